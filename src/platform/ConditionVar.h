@@ -34,6 +34,10 @@ public:
     virtual bool signal();
     virtual bool broadcast();
 
+protected:
+    /** For a lock that gives the run permission up while it blocks. */
+    explicit ConditionVar(Mutex::RunPermissionAware) noexcept;
+
 private:
     struct Waiter;
     static void abandon(void* waiter);

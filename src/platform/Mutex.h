@@ -15,6 +15,9 @@ namespace OSWrap {
 class RB_CAPABILITY("mutex") REFLECTORB_API Mutex {
 public:
     constexpr Mutex() noexcept = default;
+    /** For a lock whose holder may take the run permission, because blocking for it gives that up. */
+    struct RunPermissionAware {};
+    constexpr explicit Mutex(RunPermissionAware) noexcept : audited_(false) {}
     ~Mutex();
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
@@ -26,10 +29,14 @@ public:
 
 private:
     friend class ConditionVar;
+    // For a wait of the system, which releases and takes the native lock behind the debug records.
+    void noteReleased() noexcept;
+    void noteTaken() noexcept;
+
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
-#ifndef NDEBUG
+    // For debug builds of the library; present in all, so that every user sees the same size.
     std::atomic<unsigned long> holder_{0};
-#endif
+    bool audited_ = true;
 };
 
 /**
