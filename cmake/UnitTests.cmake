@@ -22,7 +22,7 @@ function(reflectorb_unit_test name)
     ${PROJECT_SOURCE_DIR}/src/platform/transport/testing/*.cpp)
   add_executable(${name} ${sources} ${helpers} $<TARGET_OBJECTS:reflectorb_objects>)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
-  target_link_libraries(${name} PRIVATE reflectorb_flags gtest)
+  target_link_libraries(${name} PRIVATE reflectorb_flags gtest gtest_main)
   target_link_options(${name} PRIVATE -rdynamic)
   gtest_discover_tests(${name} TEST_PREFIX "${name}/" DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST
     PROPERTIES TIMEOUT 120 LABELS unit)
