@@ -1,0 +1,212 @@
+#include "threads/DebugPermission.h"
+
+#include "platform/Cancellation.h"
+#include "platform/Environment_p.h"
+#include "platform/IdInfo.h"
+#include "platform/LockAudit_p.h"
+#include "platform/Log.h"
+#include "platform/Thread.h"
+#include "threads/HTUtil.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace {
+
+constexpr char kSource[] = "HandlerThreadPolicies";
+constexpr OSWrap::TimeSpec kReportStep(10);
+constexpr std::int64_t kPatience = 89; // whole seconds
+
+unsigned long seconds(const OSWrap::TimeSpec& span) {
+    return static_cast<unsigned long>(std::max<std::int64_t>(span.sec(), 0));
+}
+
+} // namespace
+
+/** On the stack of a waiting thread; linked and touched by others only under the queue's lock. */
+struct DebugPermission<Debugging_t<1>>::Waiter {
+    explicit Waiter(DebugPermission& of) : permission(of) {}
+    ~Waiter() { pthread_cond_destroy(&woken); }
+
+    DebugPermission& permission;
+    pthread_cond_t woken = PTHREAD_COND_INITIALIZER;
+    Waiter* next = nullptr;
+    // Known once it is the head of the queue.
+    OSWrap::TimeSpec headSince;
+    OSWrap::TimeSpec lastReport;
+    unsigned long ownerThen = 0;
+    int ownerTidThen = 0;
+};
+
+void DebugPermission<Debugging_t<1>>::announce() { LogDispatch(5, "ORB HandlerThreads using DebugPermission", kSource); }
+
+void DebugPermission<Debugging_t<1>>::get() {
+    const unsigned long self = OSWrap::Thread::getCurrentId();
+    if (owner() == self) {
+        lockCounted(true);
+        return;
+    }
+    if (Platform::inForkedChild()) {
+        return; // the owner, if any, lives in the other process
+    }
+    LockAudit::assertNoPlainLock("the run permission is taken while a plain lock is held");
+    queueLock_.lock();
+    if (head_ == nullptr && owner() == 0) {
+        owner_.store(self, std::memory_order_relaxed);
+        ownerTid_ = OSWrap::Thread::getCurrentTid();
+        queueLock_.unlock();
+    } else {
+        queueLock_.unlock();
+        waitForTurn();
+    }
+    lockCounted(false);
+}
+
+bool DebugPermission<Debugging_t<1>>::myTurn(const Waiter& waiter) const { return head_ == &waiter && owner() == 0; }
+
+void DebugPermission<Debugging_t<1>>::becomeHead(Waiter& waiter) {
+    waiter.headSince = waiter.lastReport = OSWrap::Clock::getObsTime();
+    waiter.ownerThen = owner();
+    waiter.ownerTidThen = ownerTid_;
+}
+
+/**
+ * Each waiter has a condition of its own, so that a hand-off wakes one thread. One that is not the head looks every ten
+ * seconds whether it has become that; so it reports in time without being woken for it.
+ */
+void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
+    OSWrap::DeferredCancelTypeGuard deferred;
+    Waiter self(*this);
+    queueLock_.lock();
+    (tail_ != nullptr ? tail_->next : head_) = &self;
+    tail_ = &self;
+    if (head_ == &self) {
+        becomeHead(self);
+    }
+    pthread_cleanup_push(&DebugPermission::removeId, &self);
+    while (!myTurn(self)) {
+        const bool head = head_ == &self;
+        const OSWrap::TimeSpec waited = head ? OSWrap::Clock::getObsTime() - self.lastReport : OSWrap::TimeSpec();
+        if (waited < kReportStep) {
+            queueLock_.wait(self.woken, kReportStep - waited);
+            wakeUps_.fetch_add(1, std::memory_order_relaxed);
+        }
+        if (head_ == &self && owner() != 0) {
+            reportWait(self);
+        }
+    }
+    owner_.store(OSWrap::Thread::getCurrentId(), std::memory_order_relaxed);
+    ownerTid_ = OSWrap::Thread::getCurrentTid();
+    pthread_cleanup_pop(0);
+    unlink(self);
+    queueLock_.unlock();
+    const OSWrap::TimeSpec waited = OSWrap::Clock::getObsTime() - self.headSince;
+    if (waited >= kReportStep) {
+        LogDispatch(5,
+                    LogMakeString("%s::getRunPermission(thread=%ld) got mutex from thread %ld %s after %lus",
+                                  Transport::IdInfo::instance().getActor().c_str(),
+                                  static_cast<long>(OSWrap::Thread::getCurrentTid()),
+                                  static_cast<long>(self.ownerTidThen), HTUtil::getName(self.ownerThen).c_str(),
+                                  seconds(waited)),
+                    kSource);
+    }
+}
+
+/** Called with the queue's lock, which is given up meanwhile: a log that is slow must not delay the owner's release. */
+void DebugPermission<Debugging_t<1>>::reportWait(Waiter& waiter) RB_NO_ANALYSIS {
+    OSWrap::DisableCancelStateGuard guard;
+    const OSWrap::TimeSpec now = OSWrap::Clock::getObsTime();
+    const unsigned long waited = seconds(now - waiter.headSince);
+    const bool due = now - waiter.lastReport >= kReportStep;
+    queueLock_.unlock();
+    const bool givesUp = HTUtil::willabort() && waited > static_cast<unsigned long>(kPatience);
+    if (givesUp || due) {
+        LogDispatch(5,
+                    LogMakeString(givesUp ? "%s::getRunPermission(thread=%ld) waiting for thread %ld %s since %lus. "
+                                            "Giving up"
+                                          : "%s::getRunPermission(thread=%ld) waiting for thread %ld %s since %lus",
+                                  Transport::IdInfo::instance().getActor().c_str(),
+                                  static_cast<long>(OSWrap::Thread::getCurrentTid()),
+                                  static_cast<long>(waiter.ownerTidThen), HTUtil::getName(waiter.ownerThen).c_str(),
+                                  waited),
+                    kSource);
+    }
+    if (givesUp) {
+        HTUtil::testabort();
+    }
+    queueLock_.lock();
+    if (due) {
+        waiter.lastReport = now;
+    }
+}
+
+void DebugPermission<Debugging_t<1>>::unlink(Waiter& waiter) {
+    Waiter* before = nullptr;
+    Waiter* found = head_;
+    while (found != nullptr && found != &waiter) {
+        before = found;
+        found = found->next;
+    }
+    if (found == nullptr) {
+        return;
+    }
+    (before != nullptr ? before->next : head_) = waiter.next;
+    if (tail_ == &waiter) {
+        tail_ = before;
+    }
+    if (before == nullptr && head_ != nullptr) {
+        becomeHead(*head_);
+        if (owner() == 0) { // the head was cancelled together with its turn: that passes on
+            pthread_cond_signal(&head_->woken);
+        }
+    }
+}
+
+/** A waiter that is cancelled; the system has given it the queue's lock. */
+void DebugPermission<Debugging_t<1>>::removeId(void* argument) RB_NO_ANALYSIS {
+    auto* waiter = static_cast<Waiter*>(argument);
+    DebugPermission& permission = waiter->permission;
+    permission.unlink(*waiter);
+    permission.queueLock_.unlock();
+}
+
+void DebugPermission<Debugging_t<1>>::lockCounted(bool nested) RB_NO_ANALYSIS {
+    mutex_.lock();
+    if (!nested) {
+        return;
+    }
+    LogDispatch(4,
+                LogMakeString("RunPermission %lu by thread %ld %s", static_cast<unsigned long>(mutex_.count()),
+                              static_cast<long>(OSWrap::Thread::getCurrentTid()), HTUtil::getName(owner()).c_str()),
+                kSource);
+    HTUtil::printBacktrace("Multiple RunPermission");
+    HTUtil::testabort();
+}
+
+void DebugPermission<Debugging_t<1>>::restoreLevel() RB_NO_ANALYSIS {
+    if (owner() == OSWrap::Thread::getCurrentId()) {
+        mutex_.lock();
+    }
+}
+
+void DebugPermission<Debugging_t<1>>::release() RB_NO_ANALYSIS {
+    if (owner() != OSWrap::Thread::getCurrentId()) {
+        LogDispatch(3,
+                    LogMakeString("%s::releaseRunPermission(thread=%ld) called without being owner",
+                                  Transport::IdInfo::instance().getActor().c_str(),
+                                  static_cast<long>(OSWrap::Thread::getCurrentTid())),
+                    kSource);
+        return;
+    }
+    const bool last = mutex_.count() <= 1;
+    mutex_.unlock();
+    if (last) {
+        queueLock_.lock();
+        owner_.store(0, std::memory_order_relaxed);
+        ownerTid_ = 0;
+        if (head_ != nullptr) {
+            pthread_cond_signal(&head_->woken);
+        }
+        queueLock_.unlock();
+    }
+}

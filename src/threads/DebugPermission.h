@@ -1,0 +1,59 @@
+#pragma once
+
+#include "platform/Mutex.h"
+#include "platform/ThreadAnnotations.h"
+#include "platform/TimeSpec.h"
+#include "platform/posix/NativeLock_p.h"
+#include "threads/HandlerThreadPolicies.h"
+
+#include <atomic>
+
+/** The run permission: a lock with a first-come-first-served queue that reports long waits and misuse. */
+template <class Debugging>
+class DebugPermission;
+
+template <>
+class DebugPermission<Debugging_t<1>> {
+public:
+    DebugPermission() noexcept = default;
+    DebugPermission(const DebugPermission&) = delete;
+    DebugPermission& operator=(const DebugPermission&) = delete;
+
+    static void announce();
+
+    /**
+     * Waits for its turn; a cancellation point while it does. Taking it twice in one thread is reported as a fault, but
+     * works by count. A waiter that reaches the head of the queue reports every 10 seconds, and aborts the actor after
+     * 90 unless that is switched off.
+     */
+    void get();
+    /** Gives one level back; only its owner can. */
+    void release();
+    /** Puts back the level that the owner of a nested permission gave up before it blocked; no report. */
+    void restoreLevel();
+
+    /** Exact for the calling thread's own id, a snapshot for others; 0 when free. */
+    unsigned long owner() const noexcept { return owner_.load(std::memory_order_relaxed); }
+    unsigned count() const noexcept { return mutex_.count(); }
+    /** How many times a waiting thread was woken so far. */
+    unsigned long wakeUps() const noexcept { return wakeUps_.load(std::memory_order_relaxed); }
+
+private:
+    struct Waiter;
+
+    void waitForTurn();
+    bool myTurn(const Waiter& waiter) const RB_REQUIRES(queueLock_);
+    void becomeHead(Waiter& waiter) RB_REQUIRES(queueLock_);
+    void unlink(Waiter& waiter) RB_REQUIRES(queueLock_);
+    void reportWait(Waiter& waiter);
+    void lockCounted(bool nested);
+    static void removeId(void* waiter);
+
+    OSWrap::CountedMutex mutex_; // never contended: who locks it has become the owner first
+    std::atomic<unsigned long> owner_{0}; // written under the queue's lock
+    Platform::NativeLock queueLock_;
+    int ownerTid_ RB_GUARDED_BY(queueLock_) = 0;
+    Waiter* head_ RB_GUARDED_BY(queueLock_) = nullptr;
+    Waiter* tail_ RB_GUARDED_BY(queueLock_) = nullptr;
+    std::atomic<unsigned long> wakeUps_{0};
+};

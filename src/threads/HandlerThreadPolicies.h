@@ -1,0 +1,33 @@
+#pragma once
+
+#include <atomic>
+
+/** How much the run permission watches over its use; level 1 is the only one built. */
+template <int Level>
+struct Debugging_t {};
+
+/**
+ * The handler threads of an actor: which threads are in, and how many times. A thread only ever asks about itself, so
+ * each keeps its own count, and asking costs no lock. A thread may be in at most four containers at once.
+ */
+class SetContainer {
+public:
+    SetContainer() noexcept = default;
+    SetContainer(const SetContainer&) = delete;
+    SetContainer& operator=(const SetContainer&) = delete;
+
+    /** Logs which policy this is, once it is in use. */
+    static void announce();
+
+    void add() noexcept;
+    /** Takes one entry of the calling thread out, if it has any. */
+    void remove() noexcept;
+    bool exist() const noexcept { return count() != 0; }
+    /** Entries of the calling thread. */
+    unsigned count() const noexcept;
+    /** Entries of all threads. */
+    unsigned size() const noexcept { return total_.load(std::memory_order_relaxed); }
+
+private:
+    std::atomic<unsigned> total_{0};
+};

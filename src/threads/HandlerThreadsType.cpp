@@ -1,0 +1,112 @@
+#include "threads/HandlerThreadsType.h"
+
+
+#include <atomic>
+#include <execinfo.h>
+#include <new>
+
+namespace {
+
+std::atomic<HandlerThreadsType*> object{nullptr};
+OSWrap::Mutex creation;
+
+HandlerThreadsType* create() {
+    OSWrap::DisableCancelStateGuard guard;
+    bool made = false;
+    {
+        OSWrap::Lock<OSWrap::Mutex> lock(creation);
+        if (object.load() == nullptr) {
+            object = new (std::nothrow) HandlerThreadsType;
+            made = object.load() != nullptr;
+        }
+    }
+    if (made) { // the log comes after the lock: a sink may be slow
+        HandlerThreadsTypeOutput(1, 1, 1);
+        HandlerThreadsType::announce();
+        void* frame = nullptr;
+        ::backtrace(&frame, 1); // loads what later backtraces need, now and not on a small stack
+    }
+    return object;
+}
+
+} // namespace
+
+int HandlerThreadsTypeOutput(int cnt, int prm, int dbg) {
+    static std::atomic<bool> said{false};
+    if (!said.exchange(true)) {
+        LogDispatch(5, LogMakeString("HandlerThreadsType compiled with flags: cnt=%d, prm=%d, dbg=%d", cnt, prm, dbg),
+                    "HandlerThreadsType");
+    }
+    return 1;
+}
+
+HandlerThreadsType* handlerThreads() {
+    HandlerThreadsType* threads = object.load(std::memory_order_acquire);
+    return threads != nullptr ? threads : create();
+}
+
+namespace HandlerState {
+
+void enterHandlerState(bool withPermission) {
+    if (HandlerThreadsType* threads = handlerThreads()) {
+        threads->enter(withPermission);
+    }
+}
+
+void leaveHandlerState(bool withPermission) {
+    if (HandlerThreadsType* threads = handlerThreads()) {
+        threads->leave(withPermission);
+    }
+}
+
+void checkHandlerState() {
+    if (HandlerThreadsType* threads = handlerThreads()) {
+        threads->check();
+    }
+}
+
+bool isHandlerThread() {
+    HandlerThreadsType* threads = handlerThreads();
+    return threads != nullptr && threads->isHandler();
+}
+
+void getRunPermission() {
+    if (HandlerThreadsType* threads = handlerThreads()) {
+        threads->getPermission();
+    }
+}
+
+void releaseRunPermission() {
+    if (HandlerThreadsType* threads = handlerThreads()) {
+        threads->releasePermission();
+    }
+}
+
+bool hasRunPermission() {
+    HandlerThreadsType* threads = handlerThreads();
+    return threads != nullptr && threads->hasPermission();
+}
+
+unsigned getRunPermissionCount() {
+    HandlerThreadsType* threads = handlerThreads();
+    return threads != nullptr ? threads->getPermissionCount() : 0;
+}
+
+unsigned long getRunPermissionOwner() {
+    HandlerThreadsType* threads = handlerThreads();
+    return threads != nullptr ? threads->getPermissionOwner() : 0;
+}
+
+void releaseRunPermissionWhileHeld() {
+    if (HandlerThreadsType* threads = handlerThreads()) {
+        threads->releaseWhileHeld();
+    }
+}
+
+void restoreRunPermissionLevel() {
+    if (HandlerThreadsType* threads = handlerThreads()) {
+        threads->restorePermissionLevel();
+    }
+}
+
+} // namespace HandlerState

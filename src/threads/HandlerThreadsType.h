@@ -1,0 +1,32 @@
+#pragma once
+
+#include "platform/Export.h"
+#include "threads/DebugPermission.h"
+#include "threads/HandlerThreads.h"
+
+using HandlerThreadsType = HandlerThreads<SetContainer, DebugPermission<Debugging_t<1>>, Debugging_t<1>>;
+
+/** Says once per process which policies the library was built with; returns 1. */
+REFLECTORB_API int HandlerThreadsTypeOutput(int cnt, int prm, int dbg);
+
+/** The one object of the process, made on first use, never destroyed; null if memory is short. */
+HandlerThreadsType* handlerThreads();
+
+/** What the broker offers of it; every call concerns the calling thread. Without the object nothing happens. */
+namespace HandlerState {
+
+void enterHandlerState(bool withPermission);
+void leaveHandlerState(bool withPermission);
+void checkHandlerState();
+bool isHandlerThread();
+void getRunPermission();
+void releaseRunPermission();
+bool hasRunPermission();
+unsigned getRunPermissionCount();
+unsigned long getRunPermissionOwner();
+/** Gives up all levels, for a thread that is about to end the process or to join others. */
+void releaseRunPermissionWhileHeld();
+/** Puts back silently the level that a nested holder gave up before it blocked. */
+void restoreRunPermissionLevel();
+
+} // namespace HandlerState
