@@ -46,20 +46,30 @@ void DebugPermission<Debugging_t<1>>::get() {
         lockCounted(true);
         return;
     }
+    if (tryGet()) {
+        return;
+    }
     if (Platform::inForkedChild()) {
-        return; // the owner, if any, lives in the other process
+        return; // the owner lives in the other process
     }
     LockAudit::assertNoPlainLock("the run permission is taken while a plain lock is held");
-    queueLock_.lock();
-    if (head_ == nullptr && owner() == 0) {
-        owner_.store(self, std::memory_order_relaxed);
-        ownerTid_ = OSWrap::Thread::getCurrentTid();
-        queueLock_.unlock();
-    } else {
-        queueLock_.unlock();
-        waitForTurn();
-    }
+    waitForTurn();
     lockCounted(false);
+}
+
+bool DebugPermission<Debugging_t<1>>::tryGet() RB_NO_ANALYSIS {
+    queueLock_.lock();
+    const bool free = head_ == nullptr && owner() == 0 && !Platform::inForkedChild();
+    if (free) {
+        owner_.store(OSWrap::Thread::getCurrentId(), std::memory_order_relaxed);
+        ownerTid_ = OSWrap::Thread::getCurrentTid();
+    }
+    queueLock_.unlock();
+    if (free) {
+        LockAudit::assertNoPlainLock("the run permission is taken while a plain lock is held");
+        lockCounted(false);
+    }
+    return free;
 }
 
 bool DebugPermission<Debugging_t<1>>::myTurn(const Waiter& waiter) const { return head_ == &waiter && owner() == 0; }

@@ -27,6 +27,8 @@ public:
      * 90 unless that is switched off.
      */
     void get();
+    /** Takes it if it is free and nobody waits for it. */
+    bool tryGet();
     /** Gives one level back; only its owner can. */
     void release();
     /** Puts back the level that the owner of a nested permission gave up before it blocked; no report. */

@@ -38,6 +38,8 @@ public:
 
     bool hasPermission() const noexcept { return permission_.owner() == OSWrap::Thread::getCurrentId(); }
     void getPermission();
+    /** Takes the permission if it is free right now, entering first if asked to. Never waits, never logs. */
+    bool tryGet(bool enterFirst);
     /** False, and nothing taken, if the calling thread is no handler. */
     bool retrievePermission();
     void releasePermission();
@@ -117,6 +119,17 @@ void HandlerThreads<Container, Permission, Debugging>::getPermission() {
                 LogMakeString("getRunPermission() called by thread %lu %s, which is no handler thread", self,
                               HTUtil::getName(self).c_str()),
                 kSource);
+}
+
+template <class Container, class Permission, class Debugging>
+bool HandlerThreads<Container, Permission, Debugging>::tryGet(bool enterFirst) {
+    if (!permission_.tryGet()) {
+        return false;
+    }
+    if (enterFirst) {
+        enter(false);
+    }
+    return true;
 }
 
 template <class Container, class Permission, class Debugging>
