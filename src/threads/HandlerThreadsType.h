@@ -2,6 +2,7 @@
 
 #include "platform/Export.h"
 #include "threads/DebugPermission.h"
+#include "threads/HandlerState.h"
 #include "threads/HandlerThreads.h"
 
 using HandlerThreadsType = HandlerThreads<SetContainer, DebugPermission<Debugging_t<1>>, Debugging_t<1>>;
