@@ -6,8 +6,8 @@
 class TreflectOrbId {
 public:
     constexpr explicit TreflectOrbId(unsigned value = 0) noexcept
-        : TreflectOrbId(static_cast<unsigned short>(value >> 16 & 0xFFFFU), static_cast<unsigned char>(value >> 8 & 0xFFU),
-                        NamespaceId(value & 0xFFU)) {}
+        : TreflectOrbId(static_cast<unsigned short>(value >> 16 & 0xFFFFU),
+                        static_cast<unsigned char>(value >> 8 & 0xFFU), NamespaceId(value & 0xFFU)) {}
     /** The namespace is cut to 8 bits. */
     constexpr TreflectOrbId(unsigned short nameId, unsigned char slotId, NamespaceId namespaceId) noexcept
         : nameId_(nameId), slotId_(slotId), namespaceId_(static_cast<unsigned char>(namespaceId & 0xFFU)) {}

@@ -1,7 +1,7 @@
 #include "orb/ReflectMessage.h"
 
+#include "orb/ByteOrder_p.h"
 #include "orb/REFLECT_orb.h"
-#include "platform/ByteOrder.h"
 #include "platform/Log.h"
 
 #include <algorithm>
@@ -11,43 +11,43 @@ namespace {
 
 constexpr unsigned kAlignment = 4;
 
-Transport::AddressedMessage allocate(const TreflectORB* orb, unsigned size, unsigned spare) {
+Transport::AddressedMessage allocate(const TreflectORB *orb, unsigned size, unsigned spare) {
     if (orb == nullptr || size > Transport::kMaxMessageSize - TreflectMessage::kHeaderSize) {
         return {};
     }
     return orb->allocateMessage(size + TreflectMessage::kHeaderSize, kAlignment, spare);
 }
 
-constexpr const char* kTypeTexts[] = {"tUndef", "tRslve", "tPayld", "tOCN  ", "tODN  ", "tOCNSU",
+constexpr const char *kTypeTexts[] = {"tUndef", "tRslve", "tPayld", "tOCN  ", "tODN  ", "tOCNSU",
                                       "tODNSU", "tOCNUN", "tODNUN", "tOrbAp", "tPfCnt"};
-constexpr const char* kKindTexts[] = {"kUndef", "kMsg  ", "kRequ.", "kResp.", "kNoDes", "kReFai"};
+constexpr const char *kKindTexts[] = {"kUndef", "kMsg  ", "kRequ.", "kResp.", "kNoDes", "kReFai"};
 
 template <std::size_t N>
-const char* textOf(const char* const (&texts)[N], std::uint32_t value, const char* unknown) noexcept {
+const char *textOf(const char *const (&texts)[N], std::uint32_t value, const char *unknown) noexcept {
     return value < N ? texts[value] : unknown;
 }
 
 } // namespace
 
-TreflectMessage::TreflectMessage(const TreflectORB* orb, const unsigned& transactionId, unsigned size)
+TreflectMessage::TreflectMessage(const TreflectORB *orb, const unsigned &transactionId, unsigned size)
     : message_(allocate(orb, size, 0)) {
     setWord(0, transactionId);
 }
 
-TreflectMessage::TreflectMessage(const TreflectORB* orb, const TreflectMessage& other, unsigned size, unsigned spare)
+TreflectMessage::TreflectMessage(const TreflectORB *orb, const TreflectMessage &other, unsigned size, unsigned spare)
     : message_(allocate(orb, size, spare)) {
-    unsigned char* own = message_.buf();
+    unsigned char *own = message_.buf();
     if (own != nullptr && other.hasHeader()) {
         std::memcpy(own, other.message_.buf(), kHeaderSize + std::min(size, other.size()));
     }
 }
 
-const unsigned char* TreflectMessage::buf() const noexcept {
+const unsigned char *TreflectMessage::buf() const noexcept {
     return hasHeader() ? message_.buf() + kHeaderSize : nullptr;
 }
 
-unsigned char* TreflectMessage::buf() noexcept {
-    unsigned char* bytes = hasHeader() ? message_.buf() : nullptr;
+unsigned char *TreflectMessage::buf() noexcept {
+    unsigned char *bytes = hasHeader() ? message_.buf() : nullptr;
     return bytes != nullptr ? bytes + kHeaderSize : nullptr;
 }
 
@@ -56,32 +56,36 @@ bool TreflectMessage::extend(unsigned size) noexcept {
 }
 
 std::uint32_t TreflectMessage::word(unsigned offset) const noexcept {
-    return hasHeader() ? Platform::loadBigEndian(message_.buf() + offset) : 0;
+    return hasHeader() ? Wire::loadBigEndian(message_.buf() + offset) : 0;
 }
 
 void TreflectMessage::setWord(unsigned offset, std::uint32_t value) noexcept {
-    unsigned char* bytes = hasHeader() ? message_.buf() : nullptr;
+    unsigned char *bytes = hasHeader() ? message_.buf() : nullptr;
     if (bytes != nullptr) {
-        Platform::storeBigEndian(bytes + offset, value);
+        Wire::storeBigEndian(bytes + offset, value);
     }
 }
 
-std::string TreflectMessage::typeToStr(const type_t& type) { return textOf(kTypeTexts, type, "t?????"); }
-std::string TreflectMessage::kindToStr(const kind_t& kind) { return textOf(kKindTexts, kind, "k?????"); }
+std::string TreflectMessage::typeToStr(const type_t &type) {
+    return textOf(kTypeTexts, type, "t?????");
+}
+std::string TreflectMessage::kindToStr(const kind_t &kind) {
+    return textOf(kKindTexts, kind, "k?????");
+}
 
-bool TreflectMessage::testValidation(kind_t expectedKind, int number, const char* text, bool verbose, int) const {
+bool TreflectMessage::testValidation(kind_t expectedKind, int number, const char *text, bool verbose, int) const {
     const Transport::TerminationId to = destination();
     const Transport::TerminationId from = originator();
     // In this order; the last fault found is the one that counts.
-    const bool faults[] = {to.value() == 0, from.value() == 0, from == to,
-                           type() == tUndef, kind() == kUndef, expectedKind != kUndef && kind() != expectedKind};
+    const bool faults[] = {to.value() == 0,  from.value() == 0, from == to,
+                           type() == tUndef, kind() == kUndef,  expectedKind != kUndef && kind() != expectedKind};
     int error = 0;
     for (int i = 0; i < 6; ++i) {
         error = faults[i] ? i + 1 : error;
     }
-    const char* typeText = textOf(kTypeTexts, type(), "t?????");
-    const char* kindText = textOf(kKindTexts, kind(), "k?????");
-    const char* expectedText = textOf(kKindTexts, expectedKind, "k?????");
+    const char *typeText = textOf(kTypeTexts, type(), "t?????");
+    const char *kindText = textOf(kKindTexts, kind(), "k?????");
+    const char *expectedText = textOf(kKindTexts, expectedKind, "k?????");
     text = text != nullptr ? text : "";
     if (error != 0) {
         LogDispatch(6,

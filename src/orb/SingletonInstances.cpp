@@ -1,0 +1,174 @@
+#include "orb/SingletonInstances_p.h"
+
+#include "orb/REFLECT_orb.h"
+#include "platform/Cancellation.h"
+#include "platform/Environment_p.h"
+#include "platform/Lock.h"
+#include "platform/Log.h"
+#include "platform/Thread.h"
+#include "threads/HandlerThreadsType.h"
+
+#include <cstdlib>
+#include <exception>
+#include <new>
+
+namespace {
+
+using Locked = OSWrap::Lock<OSWrap::Mutex>;
+
+constexpr OSWrap::TimeSpec kPause(0, 100000000);
+constexpr OSWrap::TimeSpec kDrainLimit(2, 0);
+constexpr OSWrap::TimeSpec kDrainStep(0, 1000000);
+
+/** Ready before main() and never destroyed: brokers are asked for in constructors and destructors of static objects. */
+union ImmortalMutex {
+    constexpr ImmortalMutex() : mutex() {}
+    ~ImmortalMutex() {}
+    OSWrap::Mutex mutex;
+};
+ImmortalMutex singletonLock;
+
+void reportForkedChild() {
+    static std::atomic<bool> reported{false};
+    if (!reported.exchange(true)) {
+        LogDispatch(3, "ORB is not available in a child of fork() before it has called exec", "REFLECT_orb");
+    }
+}
+
+} // namespace
+
+OSWrap::Mutex &SingletonInstances::lock_ = singletonLock.mutex;
+std::array<SingletonInstances::Slot, SingletonInstances::kNamespaces> SingletonInstances::slots_{};
+std::atomic<unsigned long> SingletonInstances::creator_{0};
+bool SingletonInstances::removerRegistered_ = false;
+bool SingletonInstances::closing_ = false;
+thread_local unsigned SingletonInstances::Inside::depth_ = 0;
+
+TreflectORB *SingletonInstances::get(NamespaceId ns) {
+    if (ns >= kNamespaces) {
+        return nullptr;
+    }
+    if (Platform::inForkedChild()) {
+        reportForkedChild();
+        return nullptr;
+    }
+    if (TreflectORB *orb = slots_[ns].orb.load(std::memory_order_acquire)) {
+        return orb;
+    }
+    return create(ns);
+}
+
+TreflectORB *SingletonInstances::create(NamespaceId ns) {
+    const unsigned long self = OSWrap::Thread::getCurrentId();
+    if (creator_.load() == self) {
+        return nullptr; // something that the creation itself calls, such as a log sink, wants a broker
+    }
+    // Creation sleeps, logs and runs a shell: a cancellation in there would leave a started termination to nobody.
+    OSWrap::DisableCancelStateGuard uncancelled;
+    TreflectReleaseHandlerState released;
+    Locked lock(lock_);
+    Slot &slot = slots_[ns];
+    TreflectORB *orb = slot.orb.load();
+    if (orb != nullptr || closing_) {
+        return orb;
+    }
+    creator_ = self;
+    if (!removerRegistered_) {
+        removerRegistered_ = true;
+        SingletonInstancesRemover::registerAtExit();
+    }
+    orb = build(ns);
+    if (orb != nullptr) {
+        orb->start(); // if it fails, the transport has said why; the broker exists, but nothing can be sent
+        OSWrap::Thread::sleep(kPause);
+        slot.orb.store(orb);
+    }
+    creator_ = 0;
+    return orb;
+}
+
+TreflectORB *SingletonInstances::build(NamespaceId ns) noexcept {
+    try {
+        return new (std::nothrow) TreflectORB(ns);
+    } catch (const std::exception &error) {
+        LogDispatch(3,
+                    LogMakeString("ORB of namespace %u could not be made: %s", static_cast<unsigned>(ns), error.what()),
+                    "REFLECT_orb");
+        return nullptr;
+    }
+}
+
+SingletonInstances::Pin::Pin(NamespaceId ns) : ns_(ns) {
+    if (SingletonInstances::get(ns) == nullptr) {
+        return;
+    }
+    // First count, then look; the remover first clears, then waits for the count: one of the two sees the other.
+    Slot &slot = slots_[ns_];
+    slot.pins.fetch_add(1);
+    orb_ = slot.orb.load();
+    if (orb_ == nullptr) {
+        slot.pins.fetch_sub(1);
+    }
+}
+
+SingletonInstances::Pin::~Pin() {
+    if (orb_ != nullptr) {
+        slots_[ns_].pins.fetch_sub(1);
+    }
+}
+
+void SingletonInstancesRemover::registerAtExit() {
+    std::atexit(&SingletonInstancesRemover::remove);
+}
+
+void SingletonInstancesRemover::remove() {
+    const unsigned long self = OSWrap::Thread::getCurrentId();
+    // The child of a fork has none of the threads; a creation that calls exit() holds the lock.
+    if (Platform::inForkedChild() || SingletonInstances::creator_.load() == self) {
+        return;
+    }
+    OSWrap::DisableCancelStateGuard uncancelled;
+    // Threads that have to leave the brokers may be waiting for the permission, whatever the depth at which it is held.
+    const bool hadPermission = TreflectORB::hasRunPermission();
+    while (TreflectORB::hasRunPermission()) {
+        TreflectORB::releaseRunPermission();
+    }
+    {
+        Locked lock(SingletonInstances::lock_);
+        SingletonInstances::closing_ = true; // from here on no broker is made
+    }
+    bool allRemoved = true;
+    for (SingletonInstances::Slot &slot : SingletonInstances::slots_) {
+        allRemoved = removeOne(slot) && allRemoved;
+    }
+    // For the destructors of static objects. Not if it would have to be waited for: its owner may never give it back.
+    if (hadPermission && allRemoved && TreflectORB::getRunPermissionOwner() == 0) {
+        TreflectORB::getRunPermission();
+    }
+}
+
+bool SingletonInstancesRemover::removeOne(SingletonInstances::Slot &slot) {
+    TreflectORB *const orb = slot.orb.load();
+    if (orb == nullptr) {
+        return true;
+    }
+    orb->stop();
+    slot.orb.store(nullptr);
+    if (SingletonInstances::Inside::thisThread() || !drained(slot)) {
+        slot.leaked = orb;
+        return false;
+    }
+    delete orb;
+    return true;
+}
+
+bool SingletonInstancesRemover::drained(const SingletonInstances::Slot &slot) {
+    const OSWrap::TimeSpec limit = OSWrap::Clock::getObsTime() + kDrainLimit;
+    while (slot.pins.load() != 0) {
+        if (OSWrap::Clock::getObsTime() > limit) {
+            return false;
+        }
+        OSWrap::Thread::sleep(kDrainStep);
+    }
+    return true;
+}

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "orb/NamespaceId.h"
+#include "platform/Mutex.h"
+#include "platform/ThreadAnnotations.h"
+
+#include <array>
+#include <atomic>
+
+class TreflectORB;
+
+/**
+ * The brokers of this process by namespace: made on first use under one process-wide lock, removed at process exit.
+ * Usable before main() and until the process is gone.
+ */
+class SingletonInstances {
+public:
+    static constexpr unsigned kNamespaces = 256;
+
+    /** See TreflectORB::getInstance(). */
+    static TreflectORB *get(NamespaceId ns);
+
+    /**
+     * Keeps a broker from being destroyed during the scope, so that a thread which happens to use it while another one
+     * ends the process does not use freed memory. Makes the broker if need be. Cheap, but not for scopes that wait:
+     * process exit waits for them, though not for long.
+     */
+    class Pin {
+    public:
+        explicit Pin(NamespaceId ns);
+        ~Pin();
+        Pin(const Pin &) = delete;
+        Pin &operator=(const Pin &) = delete;
+
+        /** Null when there is no broker. */
+        TreflectORB *get() const noexcept { return orb_; }
+
+    private:
+        const unsigned ns_;
+        TreflectORB *orb_ = nullptr;
+    };
+
+    /** Marks that this thread runs inside a broker: should it end the process there, no broker is destroyed. */
+    class Inside {
+    public:
+        Inside() noexcept { ++depth_; }
+        ~Inside() { --depth_; }
+        Inside(const Inside &) = delete;
+        Inside &operator=(const Inside &) = delete;
+        static bool thisThread() noexcept { return depth_ != 0; }
+
+    private:
+        static thread_local unsigned depth_;
+    };
+
+private:
+    friend class SingletonInstancesRemover;
+
+    struct Slot {
+        std::atomic<TreflectORB *> orb{nullptr};
+        std::atomic<unsigned> pins{0};
+        TreflectORB *leaked = nullptr; // was in use at exit; remembered here for leak checkers
+    };
+
+    static TreflectORB *create(NamespaceId ns);
+    static TreflectORB *build(NamespaceId ns) noexcept;
+
+    static OSWrap::Mutex &lock_;
+    static std::array<Slot, kNamespaces> slots_;
+    static std::atomic<unsigned long> creator_; // the thread that is making a broker, 0 if none
+    static bool removerRegistered_ RB_GUARDED_BY(lock_);
+    static bool closing_ RB_GUARDED_BY(lock_);
+};
+
+/** Stops and destroys the brokers when the process exits. */
+class SingletonInstancesRemover {
+public:
+    static void registerAtExit();
+    /** Runs in the thread that called exit(), whatever state it is in; in a child of fork() it does nothing. */
+    static void remove();
+
+private:
+    /** False: it was still in use. */
+    static bool removeOne(SingletonInstances::Slot &slot);
+    static bool drained(const SingletonInstances::Slot &slot);
+};
