@@ -7,6 +7,7 @@
 #include "platform/Mutex.h"
 #include "platform/Termination.h"
 #include "platform/ThreadAnnotations.h"
+#include "threads/HandlerThreadPolicies.h"
 
 #include <array>
 #include <atomic>
@@ -98,6 +99,7 @@ public:
     static bool hasRunPermission();
     static unsigned long getRunPermissionCount();
     static unsigned long getRunPermissionOwner();
+    static HandlerThreadsType *handlerThreads();
 
 private:
     friend class SingletonInstances;

@@ -130,9 +130,7 @@ void SingletonInstancesRemover::remove() {
     OSWrap::DisableCancelStateGuard uncancelled;
     // Threads that have to leave the brokers may be waiting for the permission, whatever the depth at which it is held.
     const bool hadPermission = TreflectORB::hasRunPermission();
-    while (TreflectORB::hasRunPermission()) {
-        TreflectORB::releaseRunPermission();
-    }
+    HandlerState::releaseRunPermissionWhileHeld();
     {
         Locked lock(SingletonInstances::lock_);
         SingletonInstances::closing_ = true; // from here on no broker is made

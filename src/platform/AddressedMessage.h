@@ -17,35 +17,35 @@ class REFLECTORB_API AddressedMessage {
 public:
     /** A message without buffer. */
     AddressedMessage() noexcept = default;
-    AddressedMessage(const AddressedMessage& other) noexcept;
-    AddressedMessage(AddressedMessage&& other) noexcept;
-    AddressedMessage& operator=(const AddressedMessage& other) noexcept;
-    AddressedMessage& operator=(AddressedMessage&& other) noexcept;
+    AddressedMessage(const AddressedMessage &other) noexcept;
+    AddressedMessage(AddressedMessage &&other) noexcept;
+    AddressedMessage &operator=(const AddressedMessage &other) noexcept;
+    AddressedMessage &operator=(AddressedMessage &&other) noexcept;
     ~AddressedMessage();
 
     /** `size` zero bytes, aligned to max(align, 4) (a power of two up to 16), with room for `spare` more. Without
      *  buffer if the size is above kMaxMessageSize or memory is short. */
     static AddressedMessage allocate(unsigned size, unsigned align, unsigned spare = 0) noexcept;
 
-    const unsigned char* buf() const noexcept;
+    const unsigned char *buf() const noexcept;
     /** Takes a buffer of its own first if it is shared; null without buffer or if memory is short. */
-    unsigned char* buf() noexcept;
+    unsigned char *buf() noexcept;
     /** Bytes in the buffer; 0 without buffer. */
     unsigned size() const noexcept { return size_; }
     /** Grows within the spare room. False, and nothing changed, if there is too little, or the buffer is shared. */
     bool extend(unsigned size) noexcept;
 
     TerminationId originator() const noexcept { return originator_; }
-    TerminationId& originator() noexcept { return originator_; }
+    TerminationId &originator() noexcept { return originator_; }
     TerminationId destination() const noexcept { return destination_; }
-    TerminationId& destination() noexcept { return destination_; }
+    TerminationId &destination() noexcept { return destination_; }
 
 private:
     struct Buffer;
-    static Buffer* makeBuffer(unsigned size, unsigned align, unsigned spare) noexcept;
+    static Buffer *makeBuffer(unsigned size, unsigned align, unsigned spare) noexcept;
     void release() noexcept;
 
-    Buffer* buffer_ = nullptr;
+    Buffer *buffer_ = nullptr;
     unsigned size_ = 0;
     TerminationId originator_;
     TerminationId destination_;

@@ -10,8 +10,8 @@ class REFLECTORB_API DisableCancelStateGuard {
 public:
     DisableCancelStateGuard() noexcept;
     ~DisableCancelStateGuard();
-    DisableCancelStateGuard(const DisableCancelStateGuard&) = delete;
-    DisableCancelStateGuard& operator=(const DisableCancelStateGuard&) = delete;
+    DisableCancelStateGuard(const DisableCancelStateGuard &) = delete;
+    DisableCancelStateGuard &operator=(const DisableCancelStateGuard &) = delete;
 
 private:
     int previous_;
@@ -23,8 +23,8 @@ class REFLECTORB_API DeferredCancelTypeGuard {
 public:
     DeferredCancelTypeGuard() noexcept;
     ~DeferredCancelTypeGuard();
-    DeferredCancelTypeGuard(const DeferredCancelTypeGuard&) = delete;
-    DeferredCancelTypeGuard& operator=(const DeferredCancelTypeGuard&) = delete;
+    DeferredCancelTypeGuard(const DeferredCancelTypeGuard &) = delete;
+    DeferredCancelTypeGuard &operator=(const DeferredCancelTypeGuard &) = delete;
 
 private:
     int previous_;

@@ -16,8 +16,8 @@ public:
     /** The flag is accepted for source compatibility; both values behave alike. */
     explicit ConditionVar(bool = false) noexcept;
     virtual ~ConditionVar();
-    ConditionVar(const ConditionVar&) = delete;
-    ConditionVar& operator=(const ConditionVar&) = delete;
+    ConditionVar(const ConditionVar &) = delete;
+    ConditionVar &operator=(const ConditionVar &) = delete;
 
     virtual bool lock() RB_ACQUIRE();
     virtual bool unlock() RB_RELEASE();
@@ -28,7 +28,7 @@ public:
      * The caller holds the lock once. True: woken, possibly without reason, so test your condition in a loop; false:
      * the time is over (at once for limits <= 0). A cancellation point; a cancelled wait unwinds with the lock held.
      */
-    virtual bool wait(const TimeSpec& limit) RB_REQUIRES(this);
+    virtual bool wait(const TimeSpec &limit) RB_REQUIRES(this);
 
     /** Wake the longest waiter, or all. With or without the lock; never blocks. Not remembered without waiters. */
     virtual bool signal();
@@ -40,13 +40,13 @@ protected:
 
 private:
     struct Waiter;
-    static void abandon(void* waiter);
-    bool pop(Waiter* waiter) RB_REQUIRES(queueLock_);
+    static void abandon(void *waiter);
+    bool pop(Waiter *waiter) RB_REQUIRES(queueLock_);
 
     Mutex mutex_;
     Mutex queueLock_; // leaf: guards the list and the flag in each waiter
-    Waiter* first_ RB_GUARDED_BY(queueLock_) = nullptr;
-    Waiter* last_ RB_GUARDED_BY(queueLock_) = nullptr;
+    Waiter *first_ RB_GUARDED_BY(queueLock_) = nullptr;
+    Waiter *last_ RB_GUARDED_BY(queueLock_) = nullptr;
 };
 
 } // namespace OSWrap

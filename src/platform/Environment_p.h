@@ -25,12 +25,12 @@ struct Environment {
     double timeScale = 1;
     std::vector<std::string> problems;
 
-    using Lookup = std::function<const char*(const char* name)>;
-    static Environment read(const Lookup& lookup);
+    using Lookup = std::function<const char *(const char *name)>;
+    static Environment read(const Lookup &lookup);
 };
 
 /** The environment of this process, read once at first use; its problems are logged then (once the log is usable). */
-const Environment& environment();
+const Environment &environment();
 
 /** True in a child of fork() that has not called exec; the library refuses its services there. */
 bool inForkedChild() noexcept;

@@ -12,7 +12,7 @@ namespace Transport {
  */
 class REFLECTORB_API IdInfo {
 public:
-    static IdInfo& instance() noexcept;
+    static IdInfo &instance() noexcept;
 
     /** Own slot, 1..255 (REFLECTORB_SLOT). */
     static unsigned getSlot() noexcept;

@@ -11,13 +11,13 @@ namespace OSWrap {
 template <class L>
 class RB_SCOPED_CAPABILITY Lock {
 public:
-    explicit Lock(L& lock) RB_ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
+    explicit Lock(L &lock) RB_ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
     ~Lock() RB_RELEASE() { lock_.unlock(); }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
 
 private:
-    L& lock_;
+    L &lock_;
 };
 
 } // namespace OSWrap

@@ -19,8 +19,8 @@ public:
     struct RunPermissionAware {};
     constexpr explicit Mutex(RunPermissionAware) noexcept : audited_(false) {}
     ~Mutex();
-    Mutex(const Mutex&) = delete;
-    Mutex& operator=(const Mutex&) = delete;
+    Mutex(const Mutex &) = delete;
+    Mutex &operator=(const Mutex &) = delete;
 
     bool lock() RB_ACQUIRE();
     bool unlock() RB_RELEASE();
@@ -47,8 +47,8 @@ class RB_CAPABILITY("mutex") REFLECTORB_API CountedMutex {
 public:
     CountedMutex() noexcept = default;
     ~CountedMutex();
-    CountedMutex(const CountedMutex&) = delete;
-    CountedMutex& operator=(const CountedMutex&) = delete;
+    CountedMutex(const CountedMutex &) = delete;
+    CountedMutex &operator=(const CountedMutex &) = delete;
 
     bool lock() RB_ACQUIRE();
     bool unlock() RB_RELEASE();

@@ -10,13 +10,13 @@ class SmartPointer {
 public:
     SmartPointer() noexcept = default;
     template <class U>
-    explicit SmartPointer(U* object) : pointer_(object) {}
+    explicit SmartPointer(U *object) : pointer_(object) {}
     template <class U>
-    SmartPointer(const SmartPointer<U>& other) noexcept : pointer_(other.pointer_) {}
+    SmartPointer(const SmartPointer<U> &other) noexcept : pointer_(other.pointer_) {}
 
-    T* get() const noexcept { return pointer_.get(); }
-    T* operator->() const noexcept { return pointer_.get(); }
-    T& operator*() const noexcept { return *pointer_; }
+    T *get() const noexcept { return pointer_.get(); }
+    T *operator->() const noexcept { return pointer_.get(); }
+    T &operator*() const noexcept { return *pointer_; }
     explicit operator bool() const noexcept { return pointer_.get() != nullptr; }
 
 private:

@@ -34,12 +34,12 @@ class REFLECTORB_API Thread {
 public:
     /** stackSize in bytes; all ones asks for the system's default, smaller values are raised to what the platform
      *  needs. The name is cut to 15 characters. A detached thread cannot be joined. Nothing runs before start(). */
-    Thread(const Priority& priority, const SchedulingPolicy& policy, unsigned stackSize, const char* name,
+    Thread(const Priority &priority, const SchedulingPolicy &policy, unsigned stackSize, const char *name,
            bool detached);
     /** Stops and joins as a last resort, with a report: derived members are gone by then, so join earlier. */
     virtual ~Thread();
-    Thread(const Thread&) = delete;
-    Thread& operator=(const Thread&) = delete;
+    Thread(const Thread &) = delete;
+    Thread &operator=(const Thread &) = delete;
 
     /** False if already started, stopped before, or the system refuses. A refused real-time policy falls back to time
      *  sharing. After start() of a detached thread the object belongs to that thread. */
@@ -56,7 +56,7 @@ public:
     int result() const;
 
     /** A cancellation point; continues after signals. INFINITETIME sleeps for ever, times <= 0 return at once. */
-    static void sleep(const TimeSpec& time);
+    static void sleep(const TimeSpec &time);
     /** pthread_self() as a number, never 0; used again by the system after the thread's end. */
     static unsigned long getCurrentId() noexcept;
     /** The kernel's thread id, as tools show it. */
@@ -67,7 +67,7 @@ protected:
 
 private:
     struct State;
-    static void* entry(void* self);
+    static void *entry(void *self);
     std::shared_ptr<State> state_;
 };
 
@@ -76,15 +76,15 @@ template <class T>
 class MethodThread : public Thread {
 public:
     using Method = int (T::*)();
-    MethodThread(T& object, Method method, unsigned stackSize, const Priority& priority,
-                 const SchedulingPolicy& policy, const char* name, bool detached)
+    MethodThread(T &object, Method method, unsigned stackSize, const Priority &priority, const SchedulingPolicy &policy,
+                 const char *name, bool detached)
         : Thread(priority, policy, stackSize, name, detached), object_(object), method_(method) {}
 
 protected:
     int run() override { return (object_.*method_)(); }
 
 private:
-    T& object_;
+    T &object_;
     Method method_;
 };
 

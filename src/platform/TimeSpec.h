@@ -22,21 +22,21 @@ public:
     constexpr std::int64_t sec() const noexcept { return sec_; }
     constexpr std::int64_t nsec() const noexcept { return nsec_; }
 
-    constexpr TimeSpec& operator+=(const TimeSpec& other) noexcept;
-    constexpr TimeSpec& operator-=(const TimeSpec& other) noexcept;
+    constexpr TimeSpec &operator+=(const TimeSpec &other) noexcept;
+    constexpr TimeSpec &operator-=(const TimeSpec &other) noexcept;
 
-    friend constexpr TimeSpec operator+(TimeSpec a, const TimeSpec& b) noexcept { return a += b; }
-    friend constexpr TimeSpec operator-(TimeSpec a, const TimeSpec& b) noexcept { return a -= b; }
-    friend constexpr bool operator==(const TimeSpec& a, const TimeSpec& b) noexcept {
+    friend constexpr TimeSpec operator+(TimeSpec a, const TimeSpec &b) noexcept { return a += b; }
+    friend constexpr TimeSpec operator-(TimeSpec a, const TimeSpec &b) noexcept { return a -= b; }
+    friend constexpr bool operator==(const TimeSpec &a, const TimeSpec &b) noexcept {
         return a.sec_ == b.sec_ && a.nsec_ == b.nsec_;
     }
-    friend constexpr bool operator!=(const TimeSpec& a, const TimeSpec& b) noexcept { return !(a == b); }
-    friend constexpr bool operator<(const TimeSpec& a, const TimeSpec& b) noexcept {
+    friend constexpr bool operator!=(const TimeSpec &a, const TimeSpec &b) noexcept { return !(a == b); }
+    friend constexpr bool operator<(const TimeSpec &a, const TimeSpec &b) noexcept {
         return a.sec_ != b.sec_ ? a.sec_ < b.sec_ : a.nsec_ < b.nsec_;
     }
-    friend constexpr bool operator>(const TimeSpec& a, const TimeSpec& b) noexcept { return b < a; }
-    friend constexpr bool operator<=(const TimeSpec& a, const TimeSpec& b) noexcept { return !(b < a); }
-    friend constexpr bool operator>=(const TimeSpec& a, const TimeSpec& b) noexcept { return !(a < b); }
+    friend constexpr bool operator>(const TimeSpec &a, const TimeSpec &b) noexcept { return b < a; }
+    friend constexpr bool operator<=(const TimeSpec &a, const TimeSpec &b) noexcept { return !(b < a); }
+    friend constexpr bool operator>=(const TimeSpec &a, const TimeSpec &b) noexcept { return !(a < b); }
 
     REFLECTORB_API static const TimeSpec INFINITETIME;
 
@@ -72,7 +72,7 @@ constexpr void TimeSpec::normalise() noexcept {
     }
 }
 
-constexpr TimeSpec& TimeSpec::operator+=(const TimeSpec& other) noexcept {
+constexpr TimeSpec &TimeSpec::operator+=(const TimeSpec &other) noexcept {
     if (infinite() || other.infinite()) {
         saturate(true);
     } else if (other.sec_ > 0 && sec_ > kMax - other.sec_) {
@@ -87,7 +87,7 @@ constexpr TimeSpec& TimeSpec::operator+=(const TimeSpec& other) noexcept {
     return *this;
 }
 
-constexpr TimeSpec& TimeSpec::operator-=(const TimeSpec& other) noexcept {
+constexpr TimeSpec &TimeSpec::operator-=(const TimeSpec &other) noexcept {
     if (infinite()) {
         return *this;
     }

@@ -22,7 +22,7 @@ private:
 class REFLECTORB_API TransportLayer {
 public:
     /** Never destroyed; usable at any time, also during process exit. */
-    static TransportLayer* instance() noexcept;
+    static TransportLayer *instance() noexcept;
 
     /** Null for 0, for an id never known or vanished, and for an own termination that is not started. */
     static TerminationPtr getTermination(TerminationId id);

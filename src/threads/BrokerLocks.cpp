@@ -8,7 +8,7 @@ constexpr OSWrap::Mutex::RunPermissionAware kAware{};
 
 /** Blocks without the run permission; it is back when the lock is held. */
 template <class Block>
-bool withoutPermission(const Block& block) {
+bool withoutPermission(const Block &block) {
     TreflectReleaseHandlerState released;
     return block();
 }
@@ -22,24 +22,34 @@ TreflectMutex::~TreflectMutex() = default;
 bool TreflectMutex::lock() RB_NO_ANALYSIS {
     return mutex_.trylock() || withoutPermission([this]() RB_NO_ANALYSIS { return mutex_.lock(); });
 }
-bool TreflectMutex::unlock() RB_NO_ANALYSIS { return mutex_.unlock(); }
-bool TreflectMutex::trylock() RB_NO_ANALYSIS { return mutex_.trylock(); }
+bool TreflectMutex::unlock() RB_NO_ANALYSIS {
+    return mutex_.unlock();
+}
+bool TreflectMutex::trylock() RB_NO_ANALYSIS {
+    return mutex_.trylock();
+}
 
 TreflectCountedMutex::TreflectCountedMutex() noexcept = default;
 TreflectCountedMutex::~TreflectCountedMutex() = default;
 bool TreflectCountedMutex::lock() RB_NO_ANALYSIS {
     return mutex_.trylock() || withoutPermission([this]() RB_NO_ANALYSIS { return mutex_.lock(); });
 }
-bool TreflectCountedMutex::unlock() RB_NO_ANALYSIS { return mutex_.unlock(); }
-bool TreflectCountedMutex::trylock() RB_NO_ANALYSIS { return mutex_.trylock(); }
-unsigned TreflectCountedMutex::count() const { return mutex_.count(); }
+bool TreflectCountedMutex::unlock() RB_NO_ANALYSIS {
+    return mutex_.unlock();
+}
+bool TreflectCountedMutex::trylock() RB_NO_ANALYSIS {
+    return mutex_.trylock();
+}
+unsigned TreflectCountedMutex::count() const {
+    return mutex_.count();
+}
 
 TreflectConditionVar::TreflectConditionVar(bool) : ConditionVar(kAware) {}
 TreflectConditionVar::~TreflectConditionVar() = default;
 bool TreflectConditionVar::lock() RB_NO_ANALYSIS {
     return trylock() || withoutPermission([this]() RB_NO_ANALYSIS { return ConditionVar::lock(); });
 }
-bool TreflectConditionVar::wait(const OSWrap::TimeSpec& limit) RB_NO_ANALYSIS {
+bool TreflectConditionVar::wait(const OSWrap::TimeSpec &limit) RB_NO_ANALYSIS {
     TreflectReleaseHandlerState released;
     return ConditionVar::wait(limit);
 }
@@ -52,8 +62,12 @@ bool RunPermMutex::lock() RB_NO_ANALYSIS {
     TreflectReleaseHandlerState released;
     return mutex_.lock();
 }
-bool RunPermMutex::unlock() RB_NO_ANALYSIS { return mutex_.unlock(); }
-bool RunPermMutex::trylock() RB_NO_ANALYSIS { return mutex_.trylock(); }
+bool RunPermMutex::unlock() RB_NO_ANALYSIS {
+    return mutex_.unlock();
+}
+bool RunPermMutex::trylock() RB_NO_ANALYSIS {
+    return mutex_.trylock();
+}
 
 RunPermConditionVar::RunPermConditionVar(bool) : ConditionVar(kAware) {}
 RunPermConditionVar::~RunPermConditionVar() = default;
@@ -61,7 +75,7 @@ bool RunPermConditionVar::lock() RB_NO_ANALYSIS {
     TreflectReleaseHandlerState released;
     return ConditionVar::lock();
 }
-bool RunPermConditionVar::wait(const TimeSpec& limit) RB_NO_ANALYSIS {
+bool RunPermConditionVar::wait(const TimeSpec &limit) RB_NO_ANALYSIS {
     TreflectReleaseHandlerState released;
     return ConditionVar::wait(limit);
 }

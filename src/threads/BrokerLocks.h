@@ -16,8 +16,8 @@ class REFLECTORB_API TreflectMutex {
 public:
     TreflectMutex() noexcept;
     virtual ~TreflectMutex();
-    TreflectMutex(const TreflectMutex&) = delete;
-    TreflectMutex& operator=(const TreflectMutex&) = delete;
+    TreflectMutex(const TreflectMutex &) = delete;
+    TreflectMutex &operator=(const TreflectMutex &) = delete;
 
     virtual bool lock();
     virtual bool unlock();
@@ -32,8 +32,8 @@ class REFLECTORB_API TreflectCountedMutex {
 public:
     TreflectCountedMutex() noexcept;
     virtual ~TreflectCountedMutex();
-    TreflectCountedMutex(const TreflectCountedMutex&) = delete;
-    TreflectCountedMutex& operator=(const TreflectCountedMutex&) = delete;
+    TreflectCountedMutex(const TreflectCountedMutex &) = delete;
+    TreflectCountedMutex &operator=(const TreflectCountedMutex &) = delete;
 
     virtual bool lock();
     virtual bool unlock();
@@ -51,7 +51,7 @@ public:
     ~TreflectConditionVar() override;
 
     bool lock() override;
-    bool wait(const OSWrap::TimeSpec& limit) override;
+    bool wait(const OSWrap::TimeSpec &limit) override;
 };
 
 namespace OSWrap {
@@ -61,8 +61,8 @@ class REFLECTORB_API RunPermMutex {
 public:
     RunPermMutex() noexcept;
     virtual ~RunPermMutex();
-    RunPermMutex(const RunPermMutex&) = delete;
-    RunPermMutex& operator=(const RunPermMutex&) = delete;
+    RunPermMutex(const RunPermMutex &) = delete;
+    RunPermMutex &operator=(const RunPermMutex &) = delete;
 
     virtual bool lock();
     virtual bool unlock();
@@ -79,7 +79,7 @@ public:
     ~RunPermConditionVar() override;
 
     bool lock() override;
-    bool wait(const TimeSpec& limit) override;
+    bool wait(const TimeSpec &limit) override;
 };
 
 } // namespace OSWrap

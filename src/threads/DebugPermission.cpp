@@ -17,7 +17,7 @@ constexpr char kSource[] = "HandlerThreadPolicies";
 constexpr OSWrap::TimeSpec kReportStep(10);
 constexpr std::int64_t kPatience = 89; // whole seconds
 
-unsigned long seconds(const OSWrap::TimeSpec& span) {
+unsigned long seconds(const OSWrap::TimeSpec &span) {
     return static_cast<unsigned long>(std::max<std::int64_t>(span.sec(), 0));
 }
 
@@ -25,12 +25,12 @@ unsigned long seconds(const OSWrap::TimeSpec& span) {
 
 /** On the stack of a waiting thread; linked and touched by others only under the queue's lock. */
 struct DebugPermission<Debugging_t<1>>::Waiter {
-    explicit Waiter(DebugPermission& of) : permission(of) {}
+    explicit Waiter(DebugPermission &of) : permission(of) {}
     ~Waiter() { pthread_cond_destroy(&woken); }
 
-    DebugPermission& permission;
+    DebugPermission &permission;
     pthread_cond_t woken = PTHREAD_COND_INITIALIZER;
-    Waiter* next = nullptr;
+    Waiter *next = nullptr;
     // Known once it is the head of the queue.
     OSWrap::TimeSpec headSince;
     OSWrap::TimeSpec lastReport;
@@ -38,7 +38,9 @@ struct DebugPermission<Debugging_t<1>>::Waiter {
     int ownerTidThen = 0;
 };
 
-void DebugPermission<Debugging_t<1>>::announce() { LogDispatch(5, "ORB HandlerThreads using DebugPermission", kSource); }
+void DebugPermission<Debugging_t<1>>::announce() {
+    LogDispatch(5, "ORB HandlerThreads using DebugPermission", kSource);
+}
 
 void DebugPermission<Debugging_t<1>>::get() {
     const unsigned long self = OSWrap::Thread::getCurrentId();
@@ -72,9 +74,11 @@ bool DebugPermission<Debugging_t<1>>::tryGet() RB_NO_ANALYSIS {
     return free;
 }
 
-bool DebugPermission<Debugging_t<1>>::myTurn(const Waiter& waiter) const { return head_ == &waiter && owner() == 0; }
+bool DebugPermission<Debugging_t<1>>::myTurn(const Waiter &waiter) const {
+    return head_ == &waiter && owner() == 0;
+}
 
-void DebugPermission<Debugging_t<1>>::becomeHead(Waiter& waiter) {
+void DebugPermission<Debugging_t<1>>::becomeHead(Waiter &waiter) {
     waiter.headSince = waiter.lastReport = OSWrap::Clock::getObsTime();
     waiter.ownerThen = owner();
     waiter.ownerTidThen = ownerTid_;
@@ -123,7 +127,7 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
 }
 
 /** Called with the queue's lock, which is given up meanwhile: a log that is slow must not delay the owner's release. */
-void DebugPermission<Debugging_t<1>>::reportWait(Waiter& waiter) RB_NO_ANALYSIS {
+void DebugPermission<Debugging_t<1>>::reportWait(Waiter &waiter) RB_NO_ANALYSIS {
     OSWrap::DisableCancelStateGuard guard;
     const OSWrap::TimeSpec now = OSWrap::Clock::getObsTime();
     const unsigned long waited = seconds(now - waiter.headSince);
@@ -150,9 +154,9 @@ void DebugPermission<Debugging_t<1>>::reportWait(Waiter& waiter) RB_NO_ANALYSIS 
     }
 }
 
-void DebugPermission<Debugging_t<1>>::unlink(Waiter& waiter) {
-    Waiter* before = nullptr;
-    Waiter* found = head_;
+void DebugPermission<Debugging_t<1>>::unlink(Waiter &waiter) {
+    Waiter *before = nullptr;
+    Waiter *found = head_;
     while (found != nullptr && found != &waiter) {
         before = found;
         found = found->next;
@@ -173,9 +177,9 @@ void DebugPermission<Debugging_t<1>>::unlink(Waiter& waiter) {
 }
 
 /** A waiter that is cancelled; the system has given it the queue's lock. */
-void DebugPermission<Debugging_t<1>>::removeId(void* argument) RB_NO_ANALYSIS {
-    auto* waiter = static_cast<Waiter*>(argument);
-    DebugPermission& permission = waiter->permission;
+void DebugPermission<Debugging_t<1>>::removeId(void *argument) RB_NO_ANALYSIS {
+    auto *waiter = static_cast<Waiter *>(argument);
+    DebugPermission &permission = waiter->permission;
     permission.unlink(*waiter);
     permission.queueLock_.unlock();
 }

@@ -9,15 +9,12 @@
 #include <atomic>
 
 /** The run permission: a lock with a first-come-first-served queue that reports long waits and misuse. */
-template <class Debugging>
-class DebugPermission;
-
 template <>
 class DebugPermission<Debugging_t<1>> {
 public:
     DebugPermission() noexcept = default;
-    DebugPermission(const DebugPermission&) = delete;
-    DebugPermission& operator=(const DebugPermission&) = delete;
+    DebugPermission(const DebugPermission &) = delete;
+    DebugPermission &operator=(const DebugPermission &) = delete;
 
     static void announce();
 
@@ -44,18 +41,18 @@ private:
     struct Waiter;
 
     void waitForTurn();
-    bool myTurn(const Waiter& waiter) const RB_REQUIRES(queueLock_);
-    void becomeHead(Waiter& waiter) RB_REQUIRES(queueLock_);
-    void unlink(Waiter& waiter) RB_REQUIRES(queueLock_);
-    void reportWait(Waiter& waiter);
+    bool myTurn(const Waiter &waiter) const RB_REQUIRES(queueLock_);
+    void becomeHead(Waiter &waiter) RB_REQUIRES(queueLock_);
+    void unlink(Waiter &waiter) RB_REQUIRES(queueLock_);
+    void reportWait(Waiter &waiter);
     void lockCounted(bool nested);
-    static void removeId(void* waiter);
+    static void removeId(void *waiter);
 
-    OSWrap::CountedMutex mutex_; // never contended: who locks it has become the owner first
+    OSWrap::CountedMutex mutex_;          // never contended: who locks it has become the owner first
     std::atomic<unsigned long> owner_{0}; // written under the queue's lock
     Platform::NativeLock queueLock_;
     int ownerTid_ RB_GUARDED_BY(queueLock_) = 0;
-    Waiter* head_ RB_GUARDED_BY(queueLock_) = nullptr;
-    Waiter* tail_ RB_GUARDED_BY(queueLock_) = nullptr;
+    Waiter *head_ RB_GUARDED_BY(queueLock_) = nullptr;
+    Waiter *tail_ RB_GUARDED_BY(queueLock_) = nullptr;
     std::atomic<unsigned long> wakeUps_{0};
 };

@@ -31,17 +31,17 @@ bool overridePresent() {
 } // namespace
 
 // Worker stacks are small: the addresses are the only large thing in this frame, texts live on the heap.
-void HTUtil::printBacktrace(const char* why) {
+void HTUtil::printBacktrace(const char *why) {
     OSWrap::DisableCancelStateGuard guard;
-    void* frames[kFrames];
+    void *frames[kFrames];
     const int depth = ::backtrace(frames, kFrames);
-    char** texts = ::backtrace_symbols(frames, depth);
+    char **texts = ::backtrace_symbols(frames, depth);
     if (texts == nullptr) {
         return;
     }
     LogDispatch(5, LogMakeString("Backtracing %s", why != nullptr ? why : "(null)"), kSource);
     for (int i = 0; i < depth; ++i) {
-        const char* slash = std::strrchr(texts[i], '/');
+        const char *slash = std::strrchr(texts[i], '/');
         LogDispatch(5, LogMakeString("BT<%02d> %s", i, slash != nullptr ? slash + 1 : texts[i]), kSource);
     }
     std::free(texts);
@@ -59,10 +59,20 @@ void HTUtil::testabort() {
     }
 }
 
-unsigned long HTUtil::getCurrentThreadId() noexcept { return OSWrap::Thread::getCurrentId(); }
+unsigned long HTUtil::getCurrentThreadId() noexcept {
+    return OSWrap::Thread::getCurrentId();
+}
 
-std::string HTUtil::getName(unsigned long) { return {}; }
+std::string HTUtil::getName(unsigned long) {
+    return {};
+}
 
-int afw_htutil_willabort() { return HTUtil::willabort() ? 1 : 0; }
-void afw_htutil_testabort() { HTUtil::testabort(); }
-void afw_htutil_printbacktrace(const char* why) { HTUtil::printBacktrace(why); }
+int afw_htutil_willabort() {
+    return HTUtil::willabort() ? 1 : 0;
+}
+void afw_htutil_testabort() {
+    HTUtil::testabort();
+}
+void afw_htutil_printbacktrace(const char *why) {
+    HTUtil::printBacktrace(why);
+}

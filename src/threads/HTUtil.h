@@ -8,7 +8,7 @@
 class REFLECTORB_API HTUtil {
 public:
     /** Logs up to 40 frames of the calling thread at level 5. */
-    static void printBacktrace(const char* why);
+    static void printBacktrace(const char *why);
     /** True unless the file "/ffs/run/zef_data/db/NO_RMI_DEBUG" can be opened. The first call decides for the life of
      *  the process. */
     static bool willabort();
@@ -22,5 +22,5 @@ public:
 extern "C" {
 REFLECTORB_API int afw_htutil_willabort(void);
 REFLECTORB_API void afw_htutil_testabort(void);
-REFLECTORB_API void afw_htutil_printbacktrace(const char* why);
+REFLECTORB_API void afw_htutil_printbacktrace(const char *why);
 }

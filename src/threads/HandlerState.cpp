@@ -32,11 +32,13 @@ TreflectHandlerState::TreflectHandlerState(bool withPermission)
     pthread_cleanup_pop(0);
 }
 
-TreflectHandlerState::~TreflectHandlerState() { cleanupHandlerState(this); }
+TreflectHandlerState::~TreflectHandlerState() {
+    cleanupHandlerState(this);
+}
 
 // Giving the permission back and leaving never wait; what they log, misuse, the log itself protects.
-void TreflectHandlerState::cleanupHandlerState(void* state) {
-    const auto* self = static_cast<const TreflectHandlerState*>(state);
+void TreflectHandlerState::cleanupHandlerState(void *state) {
+    const auto *self = static_cast<const TreflectHandlerState *>(state);
     if (self == nullptr || !isHandlerThread()) {
         return;
     }

@@ -14,11 +14,11 @@ class REFLECTORB_API TreflectHandlerState {
 public:
     explicit TreflectHandlerState(bool withPermission);
     ~TreflectHandlerState();
-    TreflectHandlerState(const TreflectHandlerState&) = delete;
-    TreflectHandlerState& operator=(const TreflectHandlerState&) = delete;
+    TreflectHandlerState(const TreflectHandlerState &) = delete;
+    TreflectHandlerState &operator=(const TreflectHandlerState &) = delete;
 
     /** Restores the state that a guard recorded; null does nothing. */
-    static void cleanupHandlerState(void* state);
+    static void cleanupHandlerState(void *state);
 
 private:
     bool wasHandler_;
@@ -31,8 +31,8 @@ class REFLECTORB_API TreflectReleaseHandlerState {
 public:
     TreflectReleaseHandlerState();
     ~TreflectReleaseHandlerState();
-    TreflectReleaseHandlerState(const TreflectReleaseHandlerState&) = delete;
-    TreflectReleaseHandlerState& operator=(const TreflectReleaseHandlerState&) = delete;
+    TreflectReleaseHandlerState(const TreflectReleaseHandlerState &) = delete;
+    TreflectReleaseHandlerState &operator=(const TreflectReleaseHandlerState &) = delete;
 
 private:
     // A nested permission stays held with one level less; that level is put back without a second report.
@@ -45,8 +45,8 @@ class REFLECTORB_API TreflectRestoreHandlerState {
 public:
     TreflectRestoreHandlerState();
     ~TreflectRestoreHandlerState();
-    TreflectRestoreHandlerState(const TreflectRestoreHandlerState&) = delete;
-    TreflectRestoreHandlerState& operator=(const TreflectRestoreHandlerState&) = delete;
+    TreflectRestoreHandlerState(const TreflectRestoreHandlerState &) = delete;
+    TreflectRestoreHandlerState &operator=(const TreflectRestoreHandlerState &) = delete;
 
 private:
     bool wasHandler_;

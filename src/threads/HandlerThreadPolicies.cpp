@@ -6,14 +6,14 @@ namespace {
 
 // Trivial: valid from the first to the last instruction of a thread, also in the destructors of its keys.
 struct Entry {
-    const SetContainer* container;
+    const SetContainer *container;
     unsigned count;
 };
 constexpr int kContainers = 4;
 thread_local Entry entries[kContainers];
 
-Entry* find(const SetContainer* container) noexcept {
-    for (Entry& entry : entries) {
+Entry *find(const SetContainer *container) noexcept {
+    for (Entry &entry : entries) {
         if (entry.count != 0 && entry.container == container) {
             return &entry;
         }
@@ -23,10 +23,12 @@ Entry* find(const SetContainer* container) noexcept {
 
 } // namespace
 
-void SetContainer::announce() { LogDispatch(5, "ORB HandlerThreads using SetContainer", "HandlerThreadPolicies"); }
+void SetContainer::announce() {
+    LogDispatch(5, "ORB HandlerThreads using SetContainer", "HandlerThreadPolicies");
+}
 
 void SetContainer::add() noexcept {
-    Entry* entry = find(this);
+    Entry *entry = find(this);
     for (int i = 0; entry == nullptr && i < kContainers; ++i) {
         if (entries[i].count == 0) {
             entry = &entries[i];
@@ -40,13 +42,13 @@ void SetContainer::add() noexcept {
 }
 
 void SetContainer::remove() noexcept {
-    if (Entry* entry = find(this)) {
+    if (Entry *entry = find(this)) {
         --entry->count;
         total_.fetch_sub(1, std::memory_order_relaxed);
     }
 }
 
 unsigned SetContainer::count() const noexcept {
-    const Entry* entry = find(this);
+    const Entry *entry = find(this);
     return entry != nullptr ? entry->count : 0;
 }

@@ -6,6 +6,15 @@
 template <int Level>
 struct Debugging_t {};
 
+class SetContainer;
+template <class Debugging>
+class DebugPermission;
+template <class Container, class Permission, class Debugging>
+class HandlerThreads;
+
+/** What the library is built with. */
+using HandlerThreadsType = HandlerThreads<SetContainer, DebugPermission<Debugging_t<1>>, Debugging_t<1>>;
+
 /**
  * The handler threads of an actor: which threads are in, and how many times. A thread only ever asks about itself, so
  * each keeps its own count, and asking costs no lock. A thread may be in at most four containers at once.
@@ -13,8 +22,8 @@ struct Debugging_t {};
 class SetContainer {
 public:
     SetContainer() noexcept = default;
-    SetContainer(const SetContainer&) = delete;
-    SetContainer& operator=(const SetContainer&) = delete;
+    SetContainer(const SetContainer &) = delete;
+    SetContainer &operator=(const SetContainer &) = delete;
 
     /** Logs which policy this is, once it is in use. */
     static void announce();

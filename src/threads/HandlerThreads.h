@@ -21,8 +21,8 @@ template <class Container, class Permission, class Debugging>
 class HandlerThreads {
 public:
     HandlerThreads();
-    HandlerThreads(const HandlerThreads&) = delete;
-    HandlerThreads& operator=(const HandlerThreads&) = delete;
+    HandlerThreads(const HandlerThreads &) = delete;
+    HandlerThreads &operator=(const HandlerThreads &) = delete;
 
     /** Says in the log what this is made of. */
     static void announce() {
@@ -60,7 +60,7 @@ private:
     static constexpr unsigned kNoHandlerField = 2;
 
     static void init(Debugging_t<1>) { LogDispatch(6, "ORB uses HandlerThreads with DEBUG flag set", kSource); }
-    static void releaseOnThreadTermination(void* object);
+    static void releaseOnThreadTermination(void *object);
     bool reportAgain(unsigned field);
 
     Container threads_;
@@ -174,7 +174,7 @@ void HandlerThreads<Container, Permission, Debugging>::check() {
 template <class Container, class Permission, class Debugging>
 bool HandlerThreads<Container, Permission, Debugging>::reportAgain(unsigned field) {
     OSWrap::Lock<OSWrap::Mutex> lock(reportLock_);
-    std::uint32_t& flags = reports_[OSWrap::Thread::getCurrentId()];
+    std::uint32_t &flags = reports_[OSWrap::Thread::getCurrentId()];
     const std::uint32_t count = flags >> field & 3U;
     if (count == 3) {
         return false;
@@ -184,9 +184,9 @@ bool HandlerThreads<Container, Permission, Debugging>::reportAgain(unsigned fiel
 }
 
 template <class Container, class Permission, class Debugging>
-void HandlerThreads<Container, Permission, Debugging>::releaseOnThreadTermination(void* object) {
+void HandlerThreads<Container, Permission, Debugging>::releaseOnThreadTermination(void *object) {
     OSWrap::DisableCancelStateGuard guard;
-    auto* self = static_cast<HandlerThreads*>(object);
+    auto *self = static_cast<HandlerThreads *>(object);
     while (self->isHandler()) {
         self->releaseWhileHeld();
         self->leave(false);

@@ -1,16 +1,15 @@
 #include "threads/HandlerThreadsType.h"
 
-
 #include <atomic>
 #include <execinfo.h>
 #include <new>
 
 namespace {
 
-std::atomic<HandlerThreadsType*> object{nullptr};
+std::atomic<HandlerThreadsType *> object{nullptr};
 OSWrap::Mutex creation;
 
-HandlerThreadsType* create() {
+HandlerThreadsType *create() {
     OSWrap::DisableCancelStateGuard guard;
     bool made = false;
     {
@@ -23,7 +22,7 @@ HandlerThreadsType* create() {
     if (made) { // the log comes after the lock: a sink may be slow
         HandlerThreadsTypeOutput(1, 1, 1);
         HandlerThreadsType::announce();
-        void* frame = nullptr;
+        void *frame = nullptr;
         ::backtrace(&frame, 1); // loads what later backtraces need, now and not on a small stack
     }
     return object;
@@ -40,71 +39,71 @@ int HandlerThreadsTypeOutput(int cnt, int prm, int dbg) {
     return 1;
 }
 
-HandlerThreadsType* handlerThreads() {
-    HandlerThreadsType* threads = object.load(std::memory_order_acquire);
+HandlerThreadsType *handlerThreads() {
+    HandlerThreadsType *threads = object.load(std::memory_order_acquire);
     return threads != nullptr ? threads : create();
 }
 
 namespace HandlerState {
 
 void enterHandlerState(bool withPermission) {
-    if (HandlerThreadsType* threads = handlerThreads()) {
+    if (HandlerThreadsType *threads = handlerThreads()) {
         threads->enter(withPermission);
     }
 }
 
 void leaveHandlerState(bool withPermission) {
-    if (HandlerThreadsType* threads = handlerThreads()) {
+    if (HandlerThreadsType *threads = handlerThreads()) {
         threads->leave(withPermission);
     }
 }
 
 void checkHandlerState() {
-    if (HandlerThreadsType* threads = handlerThreads()) {
+    if (HandlerThreadsType *threads = handlerThreads()) {
         threads->check();
     }
 }
 
 bool isHandlerThread() {
-    HandlerThreadsType* threads = handlerThreads();
+    HandlerThreadsType *threads = handlerThreads();
     return threads != nullptr && threads->isHandler();
 }
 
 void getRunPermission() {
-    if (HandlerThreadsType* threads = handlerThreads()) {
+    if (HandlerThreadsType *threads = handlerThreads()) {
         threads->getPermission();
     }
 }
 
 void releaseRunPermission() {
-    if (HandlerThreadsType* threads = handlerThreads()) {
+    if (HandlerThreadsType *threads = handlerThreads()) {
         threads->releasePermission();
     }
 }
 
 bool hasRunPermission() {
-    HandlerThreadsType* threads = handlerThreads();
+    HandlerThreadsType *threads = handlerThreads();
     return threads != nullptr && threads->hasPermission();
 }
 
 unsigned getRunPermissionCount() {
-    HandlerThreadsType* threads = handlerThreads();
+    HandlerThreadsType *threads = handlerThreads();
     return threads != nullptr ? threads->getPermissionCount() : 0;
 }
 
 unsigned long getRunPermissionOwner() {
-    HandlerThreadsType* threads = handlerThreads();
+    HandlerThreadsType *threads = handlerThreads();
     return threads != nullptr ? threads->getPermissionOwner() : 0;
 }
 
 void releaseRunPermissionWhileHeld() {
-    if (HandlerThreadsType* threads = handlerThreads()) {
+    if (HandlerThreadsType *threads = handlerThreads()) {
         threads->releaseWhileHeld();
     }
 }
 
 void restoreRunPermissionLevel() {
-    if (HandlerThreadsType* threads = handlerThreads()) {
+    if (HandlerThreadsType *threads = handlerThreads()) {
         threads->restorePermissionLevel();
     }
 }

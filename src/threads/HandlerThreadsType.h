@@ -5,13 +5,11 @@
 #include "threads/HandlerState.h"
 #include "threads/HandlerThreads.h"
 
-using HandlerThreadsType = HandlerThreads<SetContainer, DebugPermission<Debugging_t<1>>, Debugging_t<1>>;
-
 /** Says once per process which policies the library was built with; returns 1. */
 REFLECTORB_API int HandlerThreadsTypeOutput(int cnt, int prm, int dbg);
 
 /** The one object of the process, made on first use, never destroyed; null if memory is short. */
-HandlerThreadsType* handlerThreads();
+HandlerThreadsType *handlerThreads();
 
 /** What the broker offers of it; every call concerns the calling thread. Without the object nothing happens. */
 namespace HandlerState {

@@ -7,17 +7,17 @@
 
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
-void* ThreadSpecificValue::get() const {
+void *ThreadSpecificValue::get() const {
     Locked lock(lock_);
     const auto found = values_.find(OSWrap::Thread::getCurrentId());
     return found != values_.end() ? found->second : nullptr;
 }
 
-void* ThreadSpecificValue::exchange(void* value) {
+void *ThreadSpecificValue::exchange(void *value) {
     const unsigned long self = OSWrap::Thread::getCurrentId();
     Locked lock(lock_);
     const auto found = values_.find(self);
-    void* const before = found != values_.end() ? found->second : nullptr;
+    void *const before = found != values_.end() ? found->second : nullptr;
     if (value == nullptr) {
         values_.erase(self);
     } else if (found != values_.end()) {
@@ -25,7 +25,7 @@ void* ThreadSpecificValue::exchange(void* value) {
     } else {
         try {
             values_.emplace(self, value);
-        } catch (const std::bad_alloc&) {
+        } catch (const std::bad_alloc &) {
         }
     }
     return before;

@@ -31,7 +31,7 @@ TimeSpec base() noexcept {
 }
 
 /** The product, rounded up to whole nanoseconds. */
-TimeSpec times(const TimeSpec& span, double factor) noexcept {
+TimeSpec times(const TimeSpec &span, double factor) noexcept {
     const double seconds = static_cast<double>(span.sec()) * factor;
     if (seconds >= 9e15) {
         return TimeSpec::INFINITETIME;
@@ -54,7 +54,7 @@ TimeSpec Clock::getObsTime() noexcept {
 
 } // namespace OSWrap
 
-timespec ScaledTime::deadline(const OSWrap::TimeSpec& span) noexcept {
+timespec ScaledTime::deadline(const OSWrap::TimeSpec &span) noexcept {
     using namespace OSWrap;
     // One nanosecond more than the rounded quotient: what the scaled clock shows afterwards is never short of `span`.
     const TimeSpec real = scale() == 1 ? span : times(span, 1 / scale()) + TimeSpec(0, 1000);

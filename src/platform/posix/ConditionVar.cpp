@@ -11,28 +11,34 @@ namespace OSWrap {
  * It blocks with the queue's lock, not with the user's, so that a signal sent without the user's lock is not lost.
  */
 struct ConditionVar::Waiter {
-    explicit Waiter(ConditionVar& variable) : owner(variable) {}
+    explicit Waiter(ConditionVar &variable) : owner(variable) {}
     ~Waiter() { pthread_cond_destroy(&woken); }
 
-    ConditionVar& owner;
+    ConditionVar &owner;
     pthread_cond_t woken = PTHREAD_COND_INITIALIZER;
     bool signalled = false;
     bool queued = true;
-    Waiter* next = nullptr;
+    Waiter *next = nullptr;
 };
 
 ConditionVar::ConditionVar(bool) noexcept {}
 ConditionVar::ConditionVar(Mutex::RunPermissionAware aware) noexcept : mutex_(aware) {}
 ConditionVar::~ConditionVar() = default;
 
-bool ConditionVar::lock() { return mutex_.lock(); }
-bool ConditionVar::unlock() { return mutex_.unlock(); }
-bool ConditionVar::trylock() { return mutex_.trylock(); }
+bool ConditionVar::lock() {
+    return mutex_.lock();
+}
+bool ConditionVar::unlock() {
+    return mutex_.unlock();
+}
+bool ConditionVar::trylock() {
+    return mutex_.trylock();
+}
 
 /** Takes a waiter out of the list, or the first one if it is null. */
-bool ConditionVar::pop(Waiter* waiter) {
-    Waiter* before = nullptr;
-    Waiter* found = first_;
+bool ConditionVar::pop(Waiter *waiter) {
+    Waiter *before = nullptr;
+    Waiter *found = first_;
     while (found != nullptr && waiter != nullptr && found != waiter) {
         before = found;
         found = found->next;
@@ -50,7 +56,7 @@ bool ConditionVar::pop(Waiter* waiter) {
 
 bool ConditionVar::signal() RB_NO_ANALYSIS {
     queueLock_.lock();
-    if (Waiter* waiter = first_; waiter != nullptr) {
+    if (Waiter *waiter = first_; waiter != nullptr) {
         pop(nullptr);
         waiter->signalled = true;
         pthread_cond_signal(&waiter->woken); // under the lock: the waiter's frame is gone once it has that
@@ -61,7 +67,7 @@ bool ConditionVar::signal() RB_NO_ANALYSIS {
 
 bool ConditionVar::broadcast() RB_NO_ANALYSIS {
     queueLock_.lock();
-    while (Waiter* waiter = first_) {
+    while (Waiter *waiter = first_) {
         pop(nullptr);
         waiter->signalled = true;
         pthread_cond_signal(&waiter->woken);
@@ -71,9 +77,9 @@ bool ConditionVar::broadcast() RB_NO_ANALYSIS {
 }
 
 /** A cancelled wait. The system has given the queue's lock back to this thread; it unwinds with the user's lock. */
-void ConditionVar::abandon(void* argument) RB_NO_ANALYSIS {
-    auto* waiter = static_cast<Waiter*>(argument);
-    ConditionVar& self = waiter->owner;
+void ConditionVar::abandon(void *argument) RB_NO_ANALYSIS {
+    auto *waiter = static_cast<Waiter *>(argument);
+    ConditionVar &self = waiter->owner;
     self.queueLock_.noteTaken();
     if (waiter->queued) {
         self.pop(waiter);
@@ -86,7 +92,7 @@ void ConditionVar::abandon(void* argument) RB_NO_ANALYSIS {
     self.mutex_.lock();
 }
 
-bool ConditionVar::wait(const TimeSpec& limit) RB_NO_ANALYSIS {
+bool ConditionVar::wait(const TimeSpec &limit) RB_NO_ANALYSIS {
     Waiter self(*this);
     const bool timed = limit != TimeSpec::INFINITETIME;
     if (timed && limit <= TimeSpec()) {

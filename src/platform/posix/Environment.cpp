@@ -17,18 +17,18 @@ namespace {
 /** Reads one variable after the other; notes what had to be replaced. */
 class Reader {
 public:
-    Reader(const Environment::Lookup& lookup, std::vector<std::string>& problems)
+    Reader(const Environment::Lookup &lookup, std::vector<std::string> &problems)
         : lookup_(lookup), problems_(problems) {}
 
     /** Null when not set or empty, which both mean the default. */
-    const char* text(const char* name) const {
-        const char* value = lookup_(name);
+    const char *text(const char *name) const {
+        const char *value = lookup_(name);
         return value != nullptr && *value != '\0' ? value : nullptr;
     }
 
-    void refuse(const char* name, const char* value, const char* allowed, const std::string& used) {
+    void refuse(const char *name, const char *value, const char *allowed, const std::string &used) {
         std::string shown;
-        for (const char* c = value; *c != '\0' && shown.size() < 64; ++c) {
+        for (const char *c = value; *c != '\0' && shown.size() < 64; ++c) {
             const auto byte = static_cast<unsigned char>(*c);
             shown += byte >= 0x20 && byte < 0x7F ? std::string(1, *c) : LogMakeString("\\x%02X", byte);
         }
@@ -36,8 +36,8 @@ public:
                                           used.empty() ? "nothing" : used.c_str()));
     }
 
-    unsigned number(const char* name, unsigned first, unsigned last, unsigned standard) {
-        const char* value = text(name);
+    unsigned number(const char *name, unsigned first, unsigned last, unsigned standard) {
+        const char *value = text(name);
         unsigned result = 0;
         if (value == nullptr) {
             return standard;
@@ -49,7 +49,7 @@ public:
         return standard;
     }
 
-    static bool parse(const std::string& value, unsigned first, unsigned last, unsigned& result) {
+    static bool parse(const std::string &value, unsigned first, unsigned last, unsigned &result) {
         if (value.empty() || value.size() > 9 ||
             !std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; })) {
             return false;
@@ -59,33 +59,34 @@ public:
     }
 
 private:
-    const Environment::Lookup& lookup_;
-    std::vector<std::string>& problems_;
+    const Environment::Lookup &lookup_;
+    std::vector<std::string> &problems_;
 };
 
-bool printable(const std::string& text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) > 0x20 && static_cast<unsigned char>(c) != 0x7F; });
+bool printable(const std::string &text) {
+    return std::all_of(text.begin(), text.end(), [](char c) {
+        return static_cast<unsigned char>(c) > 0x20 && static_cast<unsigned char>(c) != 0x7F;
+    });
 }
 
-bool plain(const std::string& text) {
+bool plain(const std::string &text) {
     return std::all_of(text.begin(), text.end(), [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
                std::strchr("._/+-", c) != nullptr;
     });
 }
 
-std::string standardUnitDirectory(Reader& reader) {
-    if (const char* runtime = reader.text("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime == '/') {
+std::string standardUnitDirectory(Reader &reader) {
+    if (const char *runtime = reader.text("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime == '/') {
         return std::string(runtime) + "/reflectorb";
     }
     return ::geteuid() == 0 ? "/run/reflectorb"
                             : LogMakeString("/tmp/reflectorb-%lu", static_cast<unsigned long>(::geteuid()));
 }
 
-std::string unitDirectory(Reader& reader) {
+std::string unitDirectory(Reader &reader) {
     const std::string standard = standardUnitDirectory(reader);
-    const char* value = reader.text("REFLECTORB_UNIT_DIR");
+    const char *value = reader.text("REFLECTORB_UNIT_DIR");
     if (value == nullptr) {
         return standard;
     }
@@ -100,8 +101,8 @@ std::string unitDirectory(Reader& reader) {
     return path;
 }
 
-void auxiliarySlots(Reader& reader, std::array<bool, 256>& slots) {
-    const char* value = reader.text("REFLECTORB_AXU_SLOTS");
+void auxiliarySlots(Reader &reader, std::array<bool, 256> &slots) {
+    const char *value = reader.text("REFLECTORB_AXU_SLOTS");
     if (value == nullptr) {
         return;
     }
@@ -121,9 +122,9 @@ void auxiliarySlots(Reader& reader, std::array<bool, 256>& slots) {
     slots = found;
 }
 
-std::string actorName(Reader& reader) {
+std::string actorName(Reader &reader) {
     const std::string standard = program_invocation_short_name;
-    const char* value = reader.text("REFLECTORB_ACTOR");
+    const char *value = reader.text("REFLECTORB_ACTOR");
     if (value == nullptr) {
         return standard;
     }
@@ -135,8 +136,8 @@ std::string actorName(Reader& reader) {
     return name;
 }
 
-std::string rootPrefix(Reader& reader) {
-    const char* value = reader.text("REFLECTORB_ROOT");
+std::string rootPrefix(Reader &reader) {
+    const char *value = reader.text("REFLECTORB_ROOT");
     if (value == nullptr) {
         return "";
     }
@@ -151,8 +152,8 @@ std::string rootPrefix(Reader& reader) {
     return path;
 }
 
-std::string logTarget(Reader& reader) {
-    const char* value = reader.text("REFLECTORB_LOG");
+std::string logTarget(Reader &reader) {
+    const char *value = reader.text("REFLECTORB_LOG");
     if (value == nullptr) {
         return "stderr";
     }
@@ -165,12 +166,12 @@ std::string logTarget(Reader& reader) {
     return "stderr";
 }
 
-double timeScale(Reader& reader) {
-    const char* value = reader.text("REFLECTORB_TIME_SCALE");
+double timeScale(Reader &reader) {
+    const char *value = reader.text("REFLECTORB_TIME_SCALE");
     if (value == nullptr) {
         return 1;
     }
-    char* end = nullptr;
+    char *end = nullptr;
     const double scale = std::strtod(value, &end);
     if (*end != '\0' || !std::isfinite(scale) || scale < 0.001 || scale > 10000 ||
         std::strspn(value, "0123456789.") != std::strlen(value)) {
@@ -182,7 +183,7 @@ double timeScale(Reader& reader) {
 
 } // namespace
 
-Environment Environment::read(const Lookup& lookup) {
+Environment Environment::read(const Lookup &lookup) {
     Environment result;
     Reader reader(lookup, result.problems);
     result.unitDirectory = Platform::unitDirectory(reader);
@@ -197,12 +198,12 @@ Environment Environment::read(const Lookup& lookup) {
     return result;
 }
 
-const Environment& environment() {
-    static const Environment* const values =
-        new Environment(Environment::read([](const char* name) { return static_cast<const char*>(::getenv(name)); }));
+const Environment &environment() {
+    static const Environment *const values =
+        new Environment(Environment::read([](const char *name) { return static_cast<const char *>(::getenv(name)); }));
     static std::atomic<bool> reported{false};
     if (!reported.load(std::memory_order_relaxed) && !reported.exchange(true)) {
-        for (const std::string& problem : values->problems) {
+        for (const std::string &problem : values->problems) {
             LogDispatch(3, problem, "Environment");
         }
         if (values->timeScale != 1) {

@@ -14,7 +14,7 @@ std::atomic<int> handlerCount{0};
 
 void inChild() {
     forked = true;
-    for (std::atomic<void (*)()>& handler : handlers) {
+    for (std::atomic<void (*)()> &handler : handlers) {
         if (void (*call)() = handler.load()) {
             call();
         }
@@ -22,11 +22,15 @@ void inChild() {
 }
 
 // At load time, so that a fork is noticed whatever was used before it; does nothing else.
-[[gnu::constructor]] void watchForks() { pthread_atfork(nullptr, nullptr, inChild); }
+[[gnu::constructor]] void watchForks() {
+    pthread_atfork(nullptr, nullptr, inChild);
+}
 
 } // namespace
 
-bool inForkedChild() noexcept { return forked.load(std::memory_order_relaxed); }
+bool inForkedChild() noexcept {
+    return forked.load(std::memory_order_relaxed);
+}
 
 void onForkInChild(void (*handler)()) noexcept {
     const int place = handlerCount.fetch_add(1);

@@ -30,13 +30,13 @@ struct Line {
  */
 class Front {
 public:
-    static Front& instance() {
+    static Front &instance() {
         Platform::environment(); // reports what is wrong with it by a line of its own, which needs the lock free
-        static Front* const front = new Front;
+        static Front *const front = new Front;
         return *front;
     }
 
-    void dispatch(int level, const std::string& text, const char* source) {
+    void dispatch(int level, const std::string &text, const char *source) {
         Holder hold(*this);
         if (sink_) {
             (*sink_)(level, text, source);
@@ -58,7 +58,7 @@ public:
         }
         std::deque<Line> lines;
         lines.swap(hidden_);
-        for (const Line& line : lines) {
+        for (const Line &line : lines) {
             stock().write(line.level, line.text, line.source.c_str());
         }
     }
@@ -74,7 +74,7 @@ public:
 private:
     class Holder {
     public:
-        explicit Holder(Front& front) : front_(front) {
+        explicit Holder(Front &front) : front_(front) {
             pthread_mutex_lock(&front_.lock_);
             inside = true;
         }
@@ -82,11 +82,11 @@ private:
             inside = false;
             pthread_mutex_unlock(&front_.lock_);
         }
-        Holder(const Holder&) = delete;
-        Holder& operator=(const Holder&) = delete;
+        Holder(const Holder &) = delete;
+        Holder &operator=(const Holder &) = delete;
 
     private:
-        Front& front_;
+        Front &front_;
     };
 
     Front() {
@@ -94,9 +94,9 @@ private:
                        [] { pthread_mutex_unlock(&instance().lock_); });
     }
 
-    void show(int level, const std::string& text, const char* source) {
+    void show(int level, const std::string &text, const char *source) {
         const std::string shown = Log::shownText(text);
-        Log::StockSink& sink = stock();
+        Log::StockSink &sink = stock();
         if (level <= Platform::environment().logLevel) {
             sink.write(level, shown, source);
             return;
@@ -108,7 +108,7 @@ private:
     }
 
     /** Made when first used. */
-    Log::StockSink& stock() {
+    Log::StockSink &stock() {
         if (!stock_) {
             stock_ = Log::makeStockSink(Platform::environment().log);
         }
@@ -137,7 +137,7 @@ private:
 
 } // namespace
 
-std::string LogMakeString(const char* format, ...) {
+std::string LogMakeString(const char *format, ...) {
     const Quiet quiet;
     va_list arguments;
     va_start(arguments, format);
@@ -154,14 +154,14 @@ std::string LogMakeString(const char* format, ...) {
             std::vsnprintf(text.data(), text.size() + 1, format, again);
         }
         va_end(again);
-    } catch (const std::exception&) {
+    } catch (const std::exception &) {
         text.clear();
     }
     va_end(arguments);
     return text;
 }
 
-void LogDispatch(int level, const std::string& line, const char* source) {
+void LogDispatch(int level, const std::string &line, const char *source) {
     if (Front::inside) {
         ++droppedInSinks; // a sink that logs would wait for itself
         return;
@@ -169,7 +169,7 @@ void LogDispatch(int level, const std::string& line, const char* source) {
     const Quiet quiet;
     try {
         Front::instance().dispatch(std::clamp(level, 0, 6), line, source != nullptr ? source : "");
-    } catch (const std::exception&) { // short of memory: the line is lost, nothing else
+    } catch (const std::exception &) { // short of memory: the line is lost, nothing else
     }
 }
 
@@ -192,7 +192,7 @@ void flushBeforeAbort() {
     const Quiet quiet;
     try {
         Front::instance().showHidden();
-    } catch (const std::exception&) {
+    } catch (const std::exception &) {
     }
 }
 

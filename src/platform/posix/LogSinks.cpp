@@ -22,7 +22,7 @@ constexpr std::size_t kMaxShown = std::size_t{64} * 1024;
 constexpr std::chrono::milliseconds kPatience{100}; // real time
 
 /** The line without its time, which the formatter or syslog adds. */
-std::string body(int level, const std::string& text, const char* source) {
+std::string body(int level, const std::string &text, const char *source) {
     return LogMakeString("%d %s %s[%d] %s", level, source, Transport::IdInfo::getActor().c_str(),
                          OSWrap::Thread::getCurrentTid(), text.c_str());
 }
@@ -36,10 +36,10 @@ public:
             ::close(fd_);
         }
     }
-    DescriptorSink(const DescriptorSink&) = delete;
-    DescriptorSink& operator=(const DescriptorSink&) = delete;
+    DescriptorSink(const DescriptorSink &) = delete;
+    DescriptorSink &operator=(const DescriptorSink &) = delete;
 
-    void write(int level, const std::string& text, const char* source) override {
+    void write(int level, const std::string &text, const char *source) override {
         if (dropped_ != 0 && !put(line(3, LogMakeString("%lu lines were lost here", dropped_), "Log"), kNoPatience)) {
             ++dropped_;
             return;
@@ -52,7 +52,7 @@ public:
 private:
     static constexpr std::chrono::milliseconds kNoPatience{0};
 
-    std::string line(int level, const std::string& text, const char* source) {
+    std::string line(int level, const std::string &text, const char *source) {
         const std::string content = body(level, text, source);
         spdlog::memory_buf_t buffer;
         formatter_.format(spdlog::details::log_msg("", spdlog::level::info, content), buffer);
@@ -60,12 +60,12 @@ private:
     }
 
     /** False if nothing at all went out; a line that was begun is finished or given up with its rest. */
-    bool put(const std::string& text, std::chrono::milliseconds patience) const {
+    bool put(const std::string &text, std::chrono::milliseconds patience) const {
         const auto limit = std::chrono::steady_clock::now() + patience;
         std::size_t done = 0;
         while (done < text.size()) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                limit - std::chrono::steady_clock::now());
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(limit - std::chrono::steady_clock::now());
             pollfd state{fd_, POLLOUT, 0};
             const int ready = ::poll(&state, 1, left.count() > 0 ? static_cast<int>(left.count()) : 0);
             if (ready < 0 && errno == EINTR) {
@@ -95,11 +95,10 @@ class SyslogSink : public StockSink {
 public:
     SyslogSink() : sink_("reflectorb", LOG_PID, LOG_USER, false) {}
 
-    void write(int level, const std::string& text, const char* source) override {
-        static const spdlog::level::level_enum levels[] = {spdlog::level::critical, spdlog::level::critical,
-                                                           spdlog::level::err,      spdlog::level::err,
-                                                           spdlog::level::warn,     spdlog::level::info,
-                                                           spdlog::level::debug};
+    void write(int level, const std::string &text, const char *source) override {
+        static const spdlog::level::level_enum levels[] = {
+            spdlog::level::critical, spdlog::level::critical, spdlog::level::err,  spdlog::level::err,
+            spdlog::level::warn,     spdlog::level::info,     spdlog::level::debug};
         sink_.log(spdlog::details::log_msg("", levels[level], body(level, text, source)));
     }
 
@@ -109,12 +108,12 @@ private:
 
 class NoSink : public StockSink {
 public:
-    void write(int, const std::string&, const char*) override {}
+    void write(int, const std::string &, const char *) override {}
 };
 
 } // namespace
 
-std::string shownText(const std::string& line) {
+std::string shownText(const std::string &line) {
     std::string shown;
     const std::size_t end = !line.empty() && line.back() == '\n' ? line.size() - 1 : line.size();
     for (std::size_t i = 0; i < end && shown.size() < kMaxShown; ++i) {
@@ -130,7 +129,7 @@ std::string shownText(const std::string& line) {
     return shown;
 }
 
-std::unique_ptr<StockSink> makeStockSink(const std::string& target) {
+std::unique_ptr<StockSink> makeStockSink(const std::string &target) {
     if (target == "none") {
         return std::make_unique<NoSink>();
     }
@@ -138,7 +137,7 @@ std::unique_ptr<StockSink> makeStockSink(const std::string& target) {
         return std::make_unique<SyslogSink>();
     }
     if (target.compare(0, 5, "file:") == 0) {
-        const char* path = target.c_str() + 5;
+        const char *path = target.c_str() + 5;
         const int fd = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
         if (fd >= 0) {
             return std::make_unique<DescriptorSink>(fd, true);
@@ -146,9 +145,9 @@ std::unique_ptr<StockSink> makeStockSink(const std::string& target) {
         const int error = errno;
         char text[128];
         auto fallback = std::make_unique<DescriptorSink>(STDERR_FILENO, false);
-        fallback->write(3, shownText(LogMakeString("cannot open log file %s: %s", path,
-                                                   strerror_r(error, text, sizeof text))),
-                        "Log");
+        fallback->write(
+            3, shownText(LogMakeString("cannot open log file %s: %s", path, strerror_r(error, text, sizeof text))),
+            "Log");
         return fallback;
     }
     return std::make_unique<DescriptorSink>(STDERR_FILENO, false);

@@ -5,13 +5,21 @@
 
 namespace OSWrap {
 
-Mutex::~Mutex() { pthread_mutex_destroy(&mutex_); }
+Mutex::~Mutex() {
+    pthread_mutex_destroy(&mutex_);
+}
 
 #ifdef NDEBUG
 
-bool Mutex::lock() { return pthread_mutex_lock(&mutex_) == 0; }
-bool Mutex::unlock() { return pthread_mutex_unlock(&mutex_) == 0; }
-bool Mutex::trylock() { return pthread_mutex_trylock(&mutex_) == 0; }
+bool Mutex::lock() {
+    return pthread_mutex_lock(&mutex_) == 0;
+}
+bool Mutex::unlock() {
+    return pthread_mutex_unlock(&mutex_) == 0;
+}
+bool Mutex::trylock() {
+    return pthread_mutex_trylock(&mutex_) == 0;
+}
 void Mutex::noteReleased() noexcept {}
 void Mutex::noteTaken() noexcept {}
 
@@ -68,7 +76,9 @@ void Mutex::noteTaken() noexcept {
 
 #endif
 
-CountedMutex::~CountedMutex() { pthread_mutex_destroy(&mutex_); }
+CountedMutex::~CountedMutex() {
+    pthread_mutex_destroy(&mutex_);
+}
 
 // Only its holder ever finds its own id in holder_, so the tests need no order between threads.
 bool CountedMutex::lock() {

@@ -9,6 +9,6 @@ namespace ScaledTime {
 
 /** The point on the system's monotonic clock that is `span` of library time from now, rounded up, within what the
  *  system can represent. `span` must be finite. */
-timespec deadline(const OSWrap::TimeSpec& span) noexcept;
+timespec deadline(const OSWrap::TimeSpec &span) noexcept;
 
 } // namespace ScaledTime

@@ -30,7 +30,7 @@ std::size_t stackFloor() {
 #ifdef REFLECTORB_SANITIZED
     return std::size_t{1024} * 1024;
 #else
-    return sizeof(void*) == 4 ? std::size_t{64} * 1024 : std::size_t{256} * 1024;
+    return sizeof(void *) == 4 ? std::size_t{64} * 1024 : std::size_t{256} * 1024;
 #endif
 }
 
@@ -59,10 +59,10 @@ struct Thread::State {
     char name[kNameLength + 1] = {};
     bool detached = false;
 
-    bool create(Thread* thread);
+    bool create(Thread *thread);
 };
 
-Thread::Thread(const Priority& priority, const SchedulingPolicy& policy, unsigned stackSize, const char* name,
+Thread::Thread(const Priority &priority, const SchedulingPolicy &policy, unsigned stackSize, const char *name,
                bool detached)
     : state_(std::make_shared<State>()) {
     state_->priority = priority.value();
@@ -114,7 +114,7 @@ bool Thread::start() {
     return created;
 }
 
-bool Thread::State::create(Thread* thread) RB_NO_ANALYSIS {
+bool Thread::State::create(Thread *thread) RB_NO_ANALYSIS {
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) {
         return false;
@@ -136,8 +136,9 @@ bool Thread::State::create(Thread* thread) RB_NO_ANALYSIS {
             error = pthread_create(&id, &attributes, &Thread::entry, thread);
         }
         if (error == EPERM || error == EINVAL) {
-            LogDispatch(5, LogMakeString("Thread %s runs with time sharing, policy %d priority %d not permitted", name,
-                                         policy, priority),
+            LogDispatch(5,
+                        LogMakeString("Thread %s runs with time sharing, policy %d priority %d not permitted", name,
+                                      policy, priority),
                         kSource);
             pthread_attr_setinheritsched(&attributes, PTHREAD_INHERIT_SCHED);
             error = EPERM;
@@ -151,11 +152,11 @@ bool Thread::State::create(Thread* thread) RB_NO_ANALYSIS {
     return started;
 }
 
-void* Thread::entry(void* argument) {
+void *Thread::entry(void *argument) {
     // Runs at the end of run(), whether it returns or is cancelled, and before the thread's own values go.
     struct End {
         std::shared_ptr<State> state;
-        Thread* thread;
+        Thread *thread;
         bool destroy = false;
         ~End() {
             DisableCancelStateGuard guard;
@@ -168,7 +169,7 @@ void* Thread::entry(void* argument) {
             }
         }
     };
-    auto* thread = static_cast<Thread*>(argument);
+    auto *thread = static_cast<Thread *>(argument);
     int before = 0;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
     End end{thread->state_, thread};
@@ -182,7 +183,7 @@ void* Thread::entry(void* argument) {
     pthread_setcancelstate(before, &before);
     try {
         end.state->result = thread->run();
-    } catch (const std::exception& error) {
+    } catch (const std::exception &error) {
         // Not by catch (...): a cancellation must pass.
         LogDispatch(3, LogMakeString("Thread %s ends the actor: %s", end.state->name, error.what()), kSource);
         Log::flushBeforeAbort();
@@ -212,9 +213,11 @@ bool Thread::join() {
     return pthread_join(id, nullptr) == 0;
 }
 
-int Thread::result() const { return state_->result; }
+int Thread::result() const {
+    return state_->result;
+}
 
-void Thread::sleep(const TimeSpec& time) {
+void Thread::sleep(const TimeSpec &time) {
     if (time <= TimeSpec()) {
         return;
     }
@@ -227,7 +230,9 @@ void Thread::sleep(const TimeSpec& time) {
     } while (forEver);
 }
 
-unsigned long Thread::getCurrentId() noexcept { return static_cast<unsigned long>(pthread_self()); }
+unsigned long Thread::getCurrentId() noexcept {
+    return static_cast<unsigned long>(pthread_self());
+}
 
 int Thread::getCurrentTid() noexcept {
     if (cachedTid == 0) {

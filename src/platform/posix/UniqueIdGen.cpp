@@ -12,7 +12,7 @@ unsigned randomStart() noexcept {
     DisableCancelStateGuard guard;
     try {
         return std::random_device()();
-    } catch (const std::exception&) {
+    } catch (const std::exception &) {
         return 1;
     }
 }
@@ -21,8 +21,8 @@ unsigned randomStart() noexcept {
 
 UniqueIdGen::UniqueIdGen() noexcept : next_(randomStart()) {}
 
-UniqueIdGen* UniqueIdGen::instance() noexcept {
-    static UniqueIdGen* const generator = new UniqueIdGen; // usable during process exit, too
+UniqueIdGen *UniqueIdGen::instance() noexcept {
+    static UniqueIdGen *const generator = new UniqueIdGen; // usable during process exit, too
     return generator;
 }
 

@@ -10,7 +10,7 @@
 namespace {
 
 /** The number behind a label in one of the kernel's status files, which count in kB. */
-long kibFrom(const char* path, const char* label) {
+long kibFrom(const char *path, const char *label) {
     OSWrap::DisableCancelStateGuard guard;
     const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
@@ -23,12 +23,16 @@ long kibFrom(const char* path, const char* label) {
         return -1;
     }
     text[length] = '\0';
-    const char* found = std::strstr(text, label);
+    const char *found = std::strstr(text, label);
     long value = -1;
     return found != nullptr && std::sscanf(found + std::strlen(label), "%ld", &value) == 1 ? value : -1;
 }
 
 } // namespace
 
-long oscwGetActorSize() { return kibFrom("/proc/self/status", "VmRSS:"); }
-long oscwGetUnitFreeMem() { return kibFrom("/proc/meminfo", "MemAvailable:"); }
+long oscwGetActorSize() {
+    return kibFrom("/proc/self/status", "VmRSS:");
+}
+long oscwGetUnitFreeMem() {
+    return kibFrom("/proc/meminfo", "MemAvailable:");
+}

@@ -14,13 +14,13 @@ struct AddressedMessage::Buffer {
     std::atomic<std::uint32_t> owners{1};
     unsigned align;
     unsigned capacity;
-    unsigned char* bytes;
+    unsigned char *bytes;
 
     // An acquire load: another thread's last read of the bytes must be over before their sole owner writes them.
     bool shared() const noexcept { return owners.load(std::memory_order_acquire) != 1; }
 };
 
-AddressedMessage::Buffer* AddressedMessage::makeBuffer(unsigned size, unsigned align, unsigned spare) noexcept {
+AddressedMessage::Buffer *AddressedMessage::makeBuffer(unsigned size, unsigned align, unsigned spare) noexcept {
     if (size > kMaxMessageSize) {
         return nullptr;
     }
@@ -34,15 +34,15 @@ AddressedMessage::Buffer* AddressedMessage::makeBuffer(unsigned size, unsigned a
         return nullptr;
     }
     const std::size_t total = sizeof(Buffer) + align + size + spare;
-    void* block = std::calloc(1, total); // spare bytes are zero, too: they become visible when the message grows
+    void *block = std::calloc(1, total); // spare bytes are zero, too: they become visible when the message grows
     if (block == nullptr) {
         return nullptr;
     }
-    auto* buffer = new (block) Buffer;
+    auto *buffer = new (block) Buffer;
     buffer->align = align;
     buffer->capacity = size + spare;
     auto address = reinterpret_cast<std::uintptr_t>(block) + sizeof(Buffer);
-    buffer->bytes = static_cast<unsigned char*>(block) + sizeof(Buffer) + (align - address % align) % align;
+    buffer->bytes = static_cast<unsigned char *>(block) + sizeof(Buffer) + (align - address % align) % align;
     return buffer;
 }
 
@@ -53,23 +53,23 @@ AddressedMessage AddressedMessage::allocate(unsigned size, unsigned align, unsig
     return message;
 }
 
-AddressedMessage::AddressedMessage(const AddressedMessage& other) noexcept
+AddressedMessage::AddressedMessage(const AddressedMessage &other) noexcept
     : buffer_(other.buffer_), size_(other.size_), originator_(other.originator_), destination_(other.destination_) {
     if (buffer_ != nullptr) {
         buffer_->owners.fetch_add(1, std::memory_order_relaxed);
     }
 }
 
-AddressedMessage::AddressedMessage(AddressedMessage&& other) noexcept
+AddressedMessage::AddressedMessage(AddressedMessage &&other) noexcept
     : buffer_(std::exchange(other.buffer_, nullptr)), size_(std::exchange(other.size_, 0)),
       originator_(other.originator_), destination_(other.destination_) {}
 
-AddressedMessage& AddressedMessage::operator=(const AddressedMessage& other) noexcept {
+AddressedMessage &AddressedMessage::operator=(const AddressedMessage &other) noexcept {
     AddressedMessage copy(other);
     return *this = std::move(copy);
 }
 
-AddressedMessage& AddressedMessage::operator=(AddressedMessage&& other) noexcept {
+AddressedMessage &AddressedMessage::operator=(AddressedMessage &&other) noexcept {
     if (this != &other) {
         release();
         buffer_ = std::exchange(other.buffer_, nullptr);
@@ -80,7 +80,9 @@ AddressedMessage& AddressedMessage::operator=(AddressedMessage&& other) noexcept
     return *this;
 }
 
-AddressedMessage::~AddressedMessage() { release(); }
+AddressedMessage::~AddressedMessage() {
+    release();
+}
 
 void AddressedMessage::release() noexcept {
     if (buffer_ != nullptr && buffer_->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) {
@@ -89,14 +91,16 @@ void AddressedMessage::release() noexcept {
     buffer_ = nullptr;
 }
 
-const unsigned char* AddressedMessage::buf() const noexcept { return buffer_ != nullptr ? buffer_->bytes : nullptr; }
+const unsigned char *AddressedMessage::buf() const noexcept {
+    return buffer_ != nullptr ? buffer_->bytes : nullptr;
+}
 
-unsigned char* AddressedMessage::buf() noexcept {
+unsigned char *AddressedMessage::buf() noexcept {
     if (buffer_ == nullptr) {
         return nullptr;
     }
     if (buffer_->shared()) {
-        Buffer* own = makeBuffer(size_, buffer_->align, 0);
+        Buffer *own = makeBuffer(size_, buffer_->align, 0);
         if (own == nullptr) {
             return nullptr;
         }

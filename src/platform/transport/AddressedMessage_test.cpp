@@ -9,8 +9,8 @@
 namespace Transport {
 namespace {
 
-bool allZero(const AddressedMessage& message) {
-    const unsigned char* bytes = message.buf();
+bool allZero(const AddressedMessage &message) {
+    const unsigned char *bytes = message.buf();
     for (unsigned i = 0; i < message.size(); ++i) {
         if (bytes[i] != 0) {
             return false;
@@ -44,7 +44,7 @@ TEST(AddressedMessage, SizeZeroHasABuffer) {
 
 TEST(AddressedMessage, TooLargeOrOddlyAlignedHasNoBuffer) {
     EXPECT_NE(nullptr, AddressedMessage::allocate(kMaxMessageSize, 4).buf());
-    for (const AddressedMessage& message :
+    for (const AddressedMessage &message :
          {AddressedMessage::allocate(kMaxMessageSize + 1, 4), AddressedMessage::allocate(~0U, 4),
           AddressedMessage::allocate(10, 32), AddressedMessage::allocate(10, 6), AddressedMessage()}) {
         EXPECT_EQ(nullptr, message.buf());
@@ -59,20 +59,20 @@ TEST(AddressedMessage, ACopySharesUntilOneIsWritten) {
     std::memcpy(original.buf(), "original", 8);
     original.destination() = TerminationId(7);
     AddressedMessage copy = original;
-    EXPECT_EQ(static_cast<const AddressedMessage&>(original).buf(), static_cast<const AddressedMessage&>(copy).buf());
+    EXPECT_EQ(static_cast<const AddressedMessage &>(original).buf(), static_cast<const AddressedMessage &>(copy).buf());
     copy.buf()[0] = 'O';
     copy.destination() = TerminationId(8);
-    EXPECT_EQ(0, std::memcmp(static_cast<const AddressedMessage&>(original).buf(), "original", 8));
-    EXPECT_EQ(0, std::memcmp(static_cast<const AddressedMessage&>(copy).buf(), "Original", 8));
+    EXPECT_EQ(0, std::memcmp(static_cast<const AddressedMessage &>(original).buf(), "original", 8));
+    EXPECT_EQ(0, std::memcmp(static_cast<const AddressedMessage &>(copy).buf(), "Original", 8));
     EXPECT_EQ(7U, original.destination().value());
     original.buf()[1] = 'R'; // sole owner again: must not reach the copy either
-    EXPECT_EQ('r', static_cast<const AddressedMessage&>(copy).buf()[1]);
+    EXPECT_EQ('r', static_cast<const AddressedMessage &>(copy).buf()[1]);
 }
 
 TEST(AddressedMessage, SelfAssignmentAndMoveKeepTheBytes) {
     AddressedMessage message = AddressedMessage::allocate(4, 4);
     std::memcpy(message.buf(), "abcd", 4);
-    AddressedMessage& alias = message;
+    AddressedMessage &alias = message;
     message = alias;
     ASSERT_EQ(4U, message.size());
     EXPECT_EQ(0, std::memcmp(message.buf(), "abcd", 4));

@@ -20,7 +20,7 @@ public:
     static constexpr std::size_t kPerMessage = 128; // what an empty message counts
 
     /** Takes `size` bytes in, possibly after a wait that gives the lock up. One message always fits an empty queue. */
-    bool admit(OSWrap::Mutex& lock, std::size_t size, bool mayWait) RB_REQUIRES(lock) RB_NO_ANALYSIS {
+    bool admit(OSWrap::Mutex &lock, std::size_t size, bool mayWait) RB_REQUIRES(lock) RB_NO_ANALYSIS {
         const auto end = Clock::now() + std::chrono::seconds(2);
         while (bytes_ != 0 && bytes_ + size + kPerMessage > kLimit) {
             if (!mayWait || stalled_ || closed_ || Clock::now() >= end) {
@@ -59,7 +59,7 @@ public:
     }
 
     /** Waits until the queue is empty or its receiver stalls; true if it is empty. */
-    bool drain(OSWrap::Mutex& lock) RB_REQUIRES(lock) RB_NO_ANALYSIS {
+    bool drain(OSWrap::Mutex &lock) RB_REQUIRES(lock) RB_NO_ANALYSIS {
         const auto end = Clock::now() + std::chrono::seconds(2);
         ++waiting_;
         while (bytes_ != 0 && !closed_ && Clock::now() < end) {

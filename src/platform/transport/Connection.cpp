@@ -18,14 +18,14 @@ constexpr int kFramesATime = 64; // of one connection, before the others have th
 constexpr std::size_t kMaxQueuedControl = 8192;
 
 /** One buffer serves all connections: only the receiving thread reads. */
-unsigned char* packetBuffer() {
+unsigned char *packetBuffer() {
     static thread_local std::unique_ptr<unsigned char[]> buffer(new unsigned char[Connection::kMaxPacket]);
     return buffer.get();
 }
 
 } // namespace
 
-Connection::Connection(Descriptor socket, Reactor& reactor, ConnectionOwner& owner)
+Connection::Connection(Descriptor socket, Reactor &reactor, ConnectionOwner &owner)
     : socket_(std::move(socket)), reactor_(reactor), owner_(owner) {
     int size = 512 * 1024;
     socklen_t length = sizeof size;
@@ -37,7 +37,7 @@ Connection::Connection(Descriptor socket, Reactor& reactor, ConnectionOwner& own
     maxBody_ = std::min(kMaxPacket, static_cast<std::size_t>(size) / 2) - Frame::kHeadSize;
 }
 
-bool Connection::peerCredentials(unsigned long& user, long& process) const {
+bool Connection::peerCredentials(unsigned long &user, long &process) const {
     struct ucred peerIs {};
     socklen_t length = sizeof peerIs;
     if (::getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &peerIs, &length) != 0) {
@@ -48,7 +48,7 @@ bool Connection::peerCredentials(unsigned long& user, long& process) const {
     return true;
 }
 
-bool Connection::send(const Frame& head, AddressedMessage&& message, bool mayWait) {
+bool Connection::send(const Frame &head, AddressedMessage &&message, bool mayWait) {
     OSWrap::DisableCancelStateGuard guard;
     OSWrap::Lock<OSWrap::Mutex> lock(lock_);
     if (closed_) {
@@ -106,9 +106,9 @@ bool Connection::flush() {
     return pressure_.drain(lock_);
 }
 
-Connection::Sent Connection::sendPieces(Item& item) {
+Connection::Sent Connection::sendPieces(Item &item) {
     unsigned char head[Frame::kHeadSize];
-    const auto& message = static_cast<const AddressedMessage&>(item.message);
+    const auto &message = static_cast<const AddressedMessage &>(item.message);
     const std::size_t total = message.size();
     do {
         const std::size_t body = std::min(total - item.sent, maxBody_);
@@ -127,8 +127,8 @@ Connection::Sent Connection::sendPieces(Item& item) {
     return Sent::all;
 }
 
-Connection::Sent Connection::sendPacket(const unsigned char* head, const unsigned char* body, std::size_t size) {
-    iovec parts[2] = {{const_cast<unsigned char*>(head), Frame::kHeadSize}, {const_cast<unsigned char*>(body), size}};
+Connection::Sent Connection::sendPacket(const unsigned char *head, const unsigned char *body, std::size_t size) {
+    iovec parts[2] = {{const_cast<unsigned char *>(head), Frame::kHeadSize}, {const_cast<unsigned char *>(body), size}};
     msghdr packet{};
     packet.msg_iov = parts;
     packet.msg_iovlen = size != 0 ? 2 : 1;
@@ -149,7 +149,7 @@ short Connection::events() const noexcept {
 void Connection::flushQueue() {
     OSWrap::Lock<OSWrap::Mutex> lock(lock_);
     while (!queue_.empty()) {
-        Item& item = queue_.front();
+        Item &item = queue_.front();
         const bool isMessage = item.head.type == FrameType::data || item.head.type == FrameType::returned;
         if (sendPieces(item) != Sent::all) {
             return; // a broken socket shows at reading; close() then returns what is here
@@ -194,7 +194,7 @@ void Connection::readAll() {
 }
 
 /** A reset says that the peer died with unread messages of ours; what it had sent before is still there to be read. */
-Connection::Read Connection::readPacket(std::string& problem) {
+Connection::Read Connection::readPacket(std::string &problem) {
     for (int resets = 0; resets < 8; ++resets) {
         iovec part{packetBuffer(), kMaxPacket};
         msghdr packet{};
@@ -218,8 +218,8 @@ Connection::Read Connection::readPacket(std::string& problem) {
     return Read::nothing;
 }
 
-bool Connection::takePacket(std::size_t length, std::string& problem) {
-    const unsigned char* packet = packetBuffer();
+bool Connection::takePacket(std::size_t length, std::string &problem) {
+    const unsigned char *packet = packetBuffer();
     Frame frame;
     if (!frame.decode(packet, length, problem)) {
         return false;
@@ -240,8 +240,8 @@ bool Connection::takePacket(std::size_t length, std::string& problem) {
 }
 
 /** Leaves inPieces_ false when `whole` is complete. A message for which memory is short is dropped, not the peer. */
-bool Connection::addPiece(const Frame& frame, const unsigned char* body, std::size_t size, AddressedMessage& whole,
-                          std::string& problem) {
+bool Connection::addPiece(const Frame &frame, const unsigned char *body, std::size_t size, AddressedMessage &whole,
+                          std::string &problem) {
     const bool first = (frame.flags & Frame::kFirst) != 0;
     const bool last = (frame.flags & Frame::kLast) != 0;
     if (first == inPieces_) {
@@ -253,8 +253,9 @@ bool Connection::addPiece(const Frame& frame, const unsigned char* body, std::si
         piecesTaken_ = 0;
         pieces_ = AddressedMessage::allocate(frame.size, 4);
         if (pieces_.buf() == nullptr) {
-            LogDispatch(3, LogMakeString("Transport: no memory for a message of %u bytes from 0x%08X, dropped",
-                                         frame.size, frame.originator),
+            LogDispatch(3,
+                        LogMakeString("Transport: no memory for a message of %u bytes from 0x%08X, dropped", frame.size,
+                                      frame.originator),
                         "Transport");
         }
     } else if (frame.type != pieceHead_.type || frame.originator != pieceHead_.originator ||
@@ -266,7 +267,7 @@ bool Connection::addPiece(const Frame& frame, const unsigned char* body, std::si
         problem = LogMakeString("message of %u bytes has %zu in its pieces", frame.size, piecesTaken_ + size);
         return false;
     }
-    if (unsigned char* to = pieces_.buf(); to != nullptr && size != 0) {
+    if (unsigned char *to = pieces_.buf(); to != nullptr && size != 0) {
         std::memcpy(to + piecesTaken_, body, size);
     }
     piecesTaken_ += size;
@@ -286,7 +287,7 @@ std::vector<AddressedMessage> Connection::close() {
     OSWrap::Lock<OSWrap::Mutex> lock(lock_);
     closed_ = true;
     pressure_.close();
-    for (Item& item : queue_) {
+    for (Item &item : queue_) {
         if (item.head.type == FrameType::data) {
             item.message.originator() = TerminationId(item.head.originator);
             item.message.destination() = TerminationId(item.head.destination);

@@ -23,10 +23,10 @@ class ConnectionOwner {
 public:
     virtual ~ConnectionOwner() = default;
     /** False: the frame is not acceptable, `problem` says why. */
-    virtual bool frameArrived(Connection& from, const Frame& frame, AddressedMessage&& message,
-                              std::string& problem) = 0;
+    virtual bool frameArrived(Connection &from, const Frame &frame, AddressedMessage &&message,
+                              std::string &problem) = 0;
     /** The other side is gone, or sent something that cannot be. All that came before has been reported. */
-    virtual void connectionEnded(Connection& connection, const std::string& problem) = 0;
+    virtual void connectionEnded(Connection &connection, const std::string &problem) = 0;
 };
 
 /**
@@ -38,13 +38,13 @@ public:
     /** Packets are at most this large; smaller if the socket's buffer is. */
     static constexpr std::size_t kMaxPacket = std::size_t{80} * 1024;
 
-    Connection(Descriptor socket, Reactor& reactor, ConnectionOwner& owner);
+    Connection(Descriptor socket, Reactor &reactor, ConnectionOwner &owner);
 
     /** Whoever listens or connects at the other end, as the kernel knows it. False if it cannot be told. */
-    bool peerCredentials(unsigned long& user, long& process) const;
+    bool peerCredentials(unsigned long &user, long &process) const;
 
     /** Any thread. False: it will not arrive. */
-    bool send(const Frame& head, AddressedMessage&& message, bool mayWait);
+    bool send(const Frame &head, AddressedMessage &&message, bool mayWait);
     /** A frame without body; not bounded, as it is small and rare. False: the connection should be given up. */
     bool sendControl(FrameType type, std::uint32_t originator, std::uint32_t destination = 0);
     /** Any thread but the receiving one: waits while the other side reads, until all is handed over. */
@@ -72,17 +72,17 @@ private:
     enum class Sent { all, blocked, broken };
     enum class Read { frame, nothing, end };
 
-    Sent sendPieces(Item& item) RB_REQUIRES(lock_);
-    Sent sendPacket(const unsigned char* head, const unsigned char* body, std::size_t size) RB_REQUIRES(lock_);
+    Sent sendPieces(Item &item) RB_REQUIRES(lock_);
+    Sent sendPacket(const unsigned char *head, const unsigned char *body, std::size_t size) RB_REQUIRES(lock_);
     void flushQueue();
-    Read readPacket(std::string& problem);
-    bool takePacket(std::size_t length, std::string& problem);
-    bool addPiece(const Frame& frame, const unsigned char* body, std::size_t size, AddressedMessage& whole,
-                  std::string& problem);
+    Read readPacket(std::string &problem);
+    bool takePacket(std::size_t length, std::string &problem);
+    bool addPiece(const Frame &frame, const unsigned char *body, std::size_t size, AddressedMessage &whole,
+                  std::string &problem);
 
     Descriptor socket_;
-    Reactor& reactor_;
-    ConnectionOwner& owner_;
+    Reactor &reactor_;
+    ConnectionOwner &owner_;
     std::size_t maxBody_;
 
     OSWrap::Mutex lock_;

@@ -14,7 +14,7 @@ constexpr int kEntries = 4096;
 std::atomic<int> openDescriptors[kEntries]; // descriptor + 1; 0: free
 
 void closeInChild() noexcept {
-    for (std::atomic<int>& entry : openDescriptors) {
+    for (std::atomic<int> &entry : openDescriptors) {
         if (int value = entry.load(std::memory_order_relaxed); value != 0) {
             ::close(value - 1);
         }

@@ -12,9 +12,9 @@ class Descriptor {
 public:
     Descriptor() noexcept = default;
     explicit Descriptor(int fd) noexcept;
-    Descriptor(Descriptor&& other) noexcept
+    Descriptor(Descriptor &&other) noexcept
         : fd_(std::exchange(other.fd_, -1)), entry_(std::exchange(other.entry_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
+    Descriptor &operator=(Descriptor &&other) noexcept {
         if (this != &other) {
             reset();
             fd_ = std::exchange(other.fd_, -1);

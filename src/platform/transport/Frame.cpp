@@ -9,23 +9,25 @@ namespace {
 
 constexpr unsigned char kMagic[2] = {'R', 'O'};
 
-void put32(unsigned char* at, std::uint32_t value) noexcept {
+void put32(unsigned char *at, std::uint32_t value) noexcept {
     at[0] = static_cast<unsigned char>(value >> 24);
     at[1] = static_cast<unsigned char>(value >> 16);
     at[2] = static_cast<unsigned char>(value >> 8);
     at[3] = static_cast<unsigned char>(value);
 }
 
-std::uint32_t get32(const unsigned char* at) noexcept {
+std::uint32_t get32(const unsigned char *at) noexcept {
     return static_cast<std::uint32_t>(at[0]) << 24 | static_cast<std::uint32_t>(at[1]) << 16 |
            static_cast<std::uint32_t>(at[2]) << 8 | at[3];
 }
 
-bool isMessage(FrameType type) noexcept { return type == FrameType::data || type == FrameType::returned; }
+bool isMessage(FrameType type) noexcept {
+    return type == FrameType::data || type == FrameType::returned;
+}
 
 } // namespace
 
-void Frame::encode(unsigned char* head) const noexcept {
+void Frame::encode(unsigned char *head) const noexcept {
     head[0] = kMagic[0];
     head[1] = kMagic[1];
     head[2] = kVersion;
@@ -39,7 +41,7 @@ void Frame::encode(unsigned char* head) const noexcept {
     put32(head + 16, size);
 }
 
-bool Frame::decode(const unsigned char* packet, std::size_t length, std::string& problem) noexcept {
+bool Frame::decode(const unsigned char *packet, std::size_t length, std::string &problem) noexcept {
     if (length < kHeadSize) {
         problem = LogMakeString("packet of %zu bytes is shorter than a head", length);
         return false;

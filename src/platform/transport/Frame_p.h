@@ -32,9 +32,9 @@ struct Frame {
     std::uint32_t destination = 0; // hello: name id of the sending actor
     std::uint32_t size = 0;        // data, returned: bytes of the whole message
 
-    void encode(unsigned char* head) const noexcept;
+    void encode(unsigned char *head) const noexcept;
     /** Checks all that can be checked without knowing the connection. On false, `problem` says what is wrong. */
-    bool decode(const unsigned char* packet, std::size_t length, std::string& problem) noexcept;
+    bool decode(const unsigned char *packet, std::size_t length, std::string &problem) noexcept;
 };
 
 } // namespace Transport

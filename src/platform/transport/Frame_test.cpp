@@ -11,7 +11,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-Bytes packet(const Frame& frame, std::size_t body = 0) {
+Bytes packet(const Frame &frame, std::size_t body = 0) {
     Bytes bytes(Frame::kHeadSize + body, 0x55);
     frame.encode(bytes.data());
     return bytes;
@@ -24,9 +24,9 @@ TEST(Frame, HeadIsBigEndianAtFixedPlaces) {
     frame.originator = 0x01020304;
     frame.destination = 0x11121314;
     frame.size = 0x00ABCDEF;
-    EXPECT_EQ((Bytes{'R',  'O',  1,    6,    0, 3,    0,    0,    0x01, 0x02,
-                     0x03, 0x04, 0x11, 0x12, 0x13, 0x14, 0x00, 0xAB, 0xCD, 0xEF}),
-              packet(frame));
+    EXPECT_EQ(
+        (Bytes{'R', 'O', 1, 6, 0, 3, 0, 0, 0x01, 0x02, 0x03, 0x04, 0x11, 0x12, 0x13, 0x14, 0x00, 0xAB, 0xCD, 0xEF}),
+        packet(frame));
 }
 
 TEST(Frame, DecodeGivesWhatWasEncoded) {
@@ -48,9 +48,9 @@ TEST(Frame, DecodeGivesWhatWasEncoded) {
 }
 
 struct Broken {
-    const char* name;
+    const char *name;
     Bytes bytes;
-    const char* says;
+    const char *says;
 };
 
 std::vector<Broken> brokenPackets() {
@@ -82,7 +82,7 @@ std::vector<Broken> brokenPackets() {
 }
 
 TEST(Frame, BrokenPacketsAreRefusedWithTheReason) {
-    for (const Broken& broken : brokenPackets()) {
+    for (const Broken &broken : brokenPackets()) {
         Frame frame;
         std::string problem;
         EXPECT_FALSE(frame.decode(broken.bytes.data(), broken.bytes.size(), problem)) << broken.name;

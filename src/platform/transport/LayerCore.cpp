@@ -20,7 +20,7 @@ namespace {
 constexpr char kSource[] = "Transport";
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
-LinkFactory linkFactory = [](Reactor& reactor, LinkListener& listener) -> std::unique_ptr<Link> {
+LinkFactory linkFactory = [](Reactor &reactor, LinkListener &listener) -> std::unique_ptr<Link> {
     return std::make_unique<LocalLink>(Platform::environment().unitDirectory, reactor, listener);
 };
 
@@ -28,8 +28,8 @@ LinkFactory linkFactory = [](Reactor& reactor, LinkListener& listener) -> std::u
 class Known : public Termination {
 public:
     explicit Known(TerminationId id) noexcept : Termination(id) {}
-    bool issue(const AddressedMessage& message) override { return LayerCore::instance().issue(termId(), message); }
-    bool issueError(const AddressedMessage& message) override { return LayerCore::instance().giveBack(message); }
+    bool issue(const AddressedMessage &message) override { return LayerCore::instance().issue(termId(), message); }
+    bool issueError(const AddressedMessage &message) override { return LayerCore::instance().giveBack(message); }
 };
 
 bool refusedInChild() {
@@ -48,9 +48,9 @@ bool refusedInChild() {
 /** Messages between terminations of this process: they, too, arrive on the receiving thread only. */
 class LayerCore::Loopback : public Pollable {
 public:
-    explicit Loopback(LayerCore& core) : core_(core), event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+    explicit Loopback(LayerCore &core) : core_(core), event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-    bool send(AddressedMessage&& message, bool returned) {
+    bool send(AddressedMessage &&message, bool returned) {
         OSWrap::DisableCancelStateGuard guard;
         Locked lock(lock_);
         if (!pressure_.admit(lock_, message.size(), !core_.reactor_.onThread())) {
@@ -74,11 +74,11 @@ public:
         {
             Locked lock(lock_);
             items.swap(queue_);
-            for (const Item& item : items) {
+            for (const Item &item : items) {
                 pressure_.left(item.message.size());
             }
         }
-        for (Item& item : items) {
+        for (Item &item : items) {
             if (item.returned) {
                 core_.messageReturned(std::move(item.message));
             } else {
@@ -93,25 +93,27 @@ private:
         bool returned;
     };
 
-    LayerCore& core_;
+    LayerCore &core_;
     Descriptor event_;
     OSWrap::Mutex lock_;
     std::deque<Item> queue_ RB_GUARDED_BY(lock_);
     Backpressure pressure_ RB_GUARDED_BY(lock_);
 };
 
-LayerCore& LayerCore::instance() {
-    static LayerCore& core = *new LayerCore; // in use until the very end of the process
+LayerCore &LayerCore::instance() {
+    static LayerCore &core = *new LayerCore; // in use until the very end of the process
     return core;
 }
 
-void LayerCore::setLinkFactory(LinkFactory factory) noexcept { linkFactory = factory; }
+void LayerCore::setLinkFactory(LinkFactory factory) noexcept {
+    linkFactory = factory;
+}
 
 LayerCore::LayerCore() : link_(linkFactory(reactor_, *this)), loopback_(std::make_shared<Loopback>(*this)) {}
 
 // --- own terminations -----------------------------------------------------------------------------------------------
 
-bool LayerCore::start(const TerminationImpl& termination) {
+bool LayerCore::start(const TerminationImpl &termination) {
     const TerminationId id = termination.termId();
     if (refusedInChild() || id.value() == 0 || termination.own_->stopped() || !reactor_.start()) {
         return false;
@@ -137,14 +139,14 @@ bool LayerCore::start(const TerminationImpl& termination) {
     {
         Locked lock(tables_);
         // From here on events are queued, under the same lock that guards the tables: nothing is missed or doubled.
-        for (const auto& entry : known_) {
+        for (const auto &entry : known_) {
             if (entry.first == id.value()) {
                 present.push_front(entry.second);
             } else {
                 present.push_back(entry.second);
             }
         }
-        for (const auto& entry : own_) {
+        for (const auto &entry : own_) {
             if (entry.first != id.value()) {
                 entry.second->appeared(known_[id.value()]);
             }
@@ -157,12 +159,12 @@ bool LayerCore::start(const TerminationImpl& termination) {
     return false;
 }
 
-bool LayerCore::started(const TerminationImpl& termination) {
+bool LayerCore::started(const TerminationImpl &termination) {
     Locked lock(tables_);
     return own_.count(termination.termId().value()) != 0;
 }
 
-void LayerCore::stop(const TerminationImpl& termination) {
+void LayerCore::stop(const TerminationImpl &termination) {
     const TerminationId id = termination.termId();
     {
         Locked lock(tables_);
@@ -198,7 +200,7 @@ void LayerCore::remove(TerminationId id) {
     }
     const TerminationPtr known = found->second;
     known_.erase(found);
-    for (const auto& entry : own_) {
+    for (const auto &entry : own_) {
         entry.second->vanished(known);
     }
 }
@@ -206,7 +208,7 @@ void LayerCore::remove(TerminationId id) {
 void LayerCore::terminationAppeared(TerminationId id) {
     Locked lock(tables_);
     const TerminationPtr known = enter(id);
-    for (const auto& entry : own_) {
+    for (const auto &entry : own_) {
         entry.second->appeared(known);
     }
 }
@@ -225,7 +227,7 @@ TerminationPtr LayerCore::find(TerminationId id) {
 std::vector<TerminationPtr> LayerCore::all() {
     std::vector<TerminationPtr> terminations;
     Locked lock(tables_);
-    for (const auto& entry : known_) {
+    for (const auto &entry : known_) {
         terminations.push_back(entry.second);
     }
     return terminations;
@@ -233,7 +235,7 @@ std::vector<TerminationPtr> LayerCore::all() {
 
 // --- the way of a message -------------------------------------------------------------------------------------------
 
-bool LayerCore::issue(TerminationId target, const AddressedMessage& message) {
+bool LayerCore::issue(TerminationId target, const AddressedMessage &message) {
     if (refusedInChild() || message.buf() == nullptr || message.size() > kMaxMessageSize) {
         return false;
     }
@@ -261,7 +263,7 @@ bool LayerCore::issue(TerminationId target, const AddressedMessage& message) {
     return way == Way::loopback ? loopback_->send(std::move(copy), false) : link_->send(std::move(copy));
 }
 
-bool LayerCore::giveBack(const AddressedMessage& message) {
+bool LayerCore::giveBack(const AddressedMessage &message) {
     if (refusedInChild() || message.buf() == nullptr) {
         return false;
     }
@@ -269,14 +271,14 @@ bool LayerCore::giveBack(const AddressedMessage& message) {
     return findOwn(message.originator()) ? loopback_->send(std::move(copy), true) : link_->giveBack(std::move(copy));
 }
 
-void LayerCore::messageArrived(AddressedMessage&& message) {
+void LayerCore::messageArrived(AddressedMessage &&message) {
     const Own own = findOwn(message.destination());
     if (!own || !own->deliver(message)) {
         giveBack(message);
     }
 }
 
-void LayerCore::messageReturned(AddressedMessage&& message) {
+void LayerCore::messageReturned(AddressedMessage &&message) {
     if (const Own own = findOwn(message.originator())) {
         own->deliverError(message);
     }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/Mutex.h"
-#include "platform/TransportLayer.h"
 #include "platform/ThreadAnnotations.h"
+#include "platform/TransportLayer.h"
 #include "platform/transport/Link_p.h"
 #include "platform/transport/OwnTermination_p.h"
 #include "platform/transport/Reactor_p.h"
@@ -19,20 +19,20 @@ namespace Transport {
  */
 class LayerCore : private LinkListener {
 public:
-    static LayerCore& instance();
+    static LayerCore &instance();
     /** For tests, before the first use of the transport: another link than the one between actors. */
     static void setLinkFactory(LinkFactory factory) noexcept;
 
-    Reactor& reactor() noexcept { return reactor_; }
+    Reactor &reactor() noexcept { return reactor_; }
 
     unsigned claimName() { return link_->claimName(); }
     void releaseName(unsigned name) { link_->releaseName(name); }
-    bool start(const TerminationImpl& termination);
-    bool started(const TerminationImpl& termination);
-    void stop(const TerminationImpl& termination);
+    bool start(const TerminationImpl &termination);
+    bool started(const TerminationImpl &termination);
+    void stop(const TerminationImpl &termination);
 
-    bool issue(TerminationId target, const AddressedMessage& message);
-    bool giveBack(const AddressedMessage& message);
+    bool issue(TerminationId target, const AddressedMessage &message);
+    bool giveBack(const AddressedMessage &message);
 
     TerminationPtr find(TerminationId id);
     std::vector<TerminationPtr> all();
@@ -45,8 +45,8 @@ private:
 
     void terminationAppeared(TerminationId id) override;
     void terminationVanished(TerminationId id) override;
-    void messageArrived(AddressedMessage&& message) override;
-    void messageReturned(AddressedMessage&& message) override;
+    void messageArrived(AddressedMessage &&message) override;
+    void messageReturned(AddressedMessage &&message) override;
 
     Own findOwn(TerminationId id);
     TerminationPtr enter(TerminationId id) RB_REQUIRES(tables_);

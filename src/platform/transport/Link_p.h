@@ -18,9 +18,9 @@ public:
     /** After the last message of that termination. */
     virtual void terminationVanished(TerminationId id) = 0;
     /** The link vouches for the originator. */
-    virtual void messageArrived(AddressedMessage&& message) = 0;
+    virtual void messageArrived(AddressedMessage &&message) = 0;
     /** A message sent from here that found no target. */
-    virtual void messageReturned(AddressedMessage&& message) = 0;
+    virtual void messageReturned(AddressedMessage &&message) = 0;
 };
 
 /**
@@ -42,11 +42,11 @@ public:
     virtual void withdraw(TerminationId id) = 0;
 
     /** Sends to message.destination(); see Termination::issue(). Any thread. */
-    virtual bool send(AddressedMessage&& message) = 0;
+    virtual bool send(AddressedMessage &&message) = 0;
     /** Returns a message that came over this link to its originator. Any thread. */
-    virtual bool giveBack(AddressedMessage&& message) = 0;
+    virtual bool giveBack(AddressedMessage &&message) = 0;
 };
 
-using LinkFactory = std::unique_ptr<Link> (*)(Reactor& reactor, LinkListener& listener);
+using LinkFactory = std::unique_ptr<Link> (*)(Reactor &reactor, LinkListener &listener);
 
 } // namespace Transport

@@ -27,7 +27,7 @@ using Locked = OSWrap::Lock<OSWrap::Mutex>;
 /** The listening socket; rests a while when the actor has no descriptor left. */
 class LocalLink::Listener : public Pollable {
 public:
-    Listener(Descriptor socket, LocalLink& link) : socket_(std::move(socket)), link_(link) {}
+    Listener(Descriptor socket, LocalLink &link) : socket_(std::move(socket)), link_(link) {}
     int descriptor() const noexcept override { return socket_.get(); }
     short events() const noexcept override { return static_cast<short>(resting ? 0 : POLLIN); }
     void ready(short) override { link_.acceptAll(); }
@@ -35,10 +35,10 @@ public:
 
 private:
     Descriptor socket_;
-    LocalLink& link_;
+    LocalLink &link_;
 };
 
-LocalLink::LocalLink(std::string directory, Reactor& reactor, LinkListener& listener)
+LocalLink::LocalLink(std::string directory, Reactor &reactor, LinkListener &listener)
     : directory_(std::move(directory)), reactor_(reactor), listener_(listener) {}
 
 LocalLink::~LocalLink() {
@@ -65,7 +65,9 @@ unsigned LocalLink::claimName() {
     return name;
 }
 
-void LocalLink::releaseName(unsigned name) { directory_.releaseName(name); }
+void LocalLink::releaseName(unsigned name) {
+    directory_.releaseName(name);
+}
 
 // --- life of the link -----------------------------------------------------------------------------------------------
 
@@ -81,7 +83,7 @@ bool LocalLink::announce(TerminationId id) {
         {
             Locked lock(syncLock_);
             sync = ++lastSync_;
-            for (const auto& entry : peers_) {
+            for (const auto &entry : peers_) {
                 awaited_[entry.first] = sync;
             }
         }
@@ -99,12 +101,12 @@ void LocalLink::withdraw(TerminationId id) {
     reactor_.run([&] {
         announced_.erase(id.value());
         control(FrameType::withdraw, id.value());
-        for (const auto& entry : peers_) {
+        for (const auto &entry : peers_) {
             outs.push_back(entry.second.out);
         }
     });
     if (!reactor_.onThread()) {
-        for (const std::shared_ptr<Connection>& out : outs) {
+        for (const std::shared_ptr<Connection> &out : outs) {
             out->flush();
         }
     }
@@ -157,7 +159,7 @@ void LocalLink::closeAll() {
     while (!peers_.empty()) {
         drop(peers_.begin()->first, "");
     }
-    for (const std::shared_ptr<Connection>& stranger : strangers_) {
+    for (const std::shared_ptr<Connection> &stranger : strangers_) {
         stranger->close();
     }
     strangers_.clear();
@@ -186,7 +188,7 @@ void LocalLink::connectTo(unsigned name, int tries) {
         LogDispatch(4, LogMakeString("Transport: actor %04x cannot be reached, errno=%d", name, errno), kSource);
         return;
     }
-    auto connection = std::make_shared<Connection>(std::move(socket), reactor_, static_cast<ConnectionOwner&>(*this));
+    auto connection = std::make_shared<Connection>(std::move(socket), reactor_, static_cast<ConnectionOwner &>(*this));
     if (!checkUser(*connection)) {
         connection->close();
         return;
@@ -205,7 +207,7 @@ void LocalLink::connectLater(unsigned name, int tries) {
 }
 
 /** The first thing a peer reads from us: who we are and what we have; only then we send on that connection. */
-void LocalLink::greet(Peer& peer, const std::shared_ptr<Connection>& out) {
+void LocalLink::greet(Peer &peer, const std::shared_ptr<Connection> &out) {
     peer.out = out;
     out->sendControl(FrameType::hello, static_cast<std::uint32_t>(::getpid()), name_);
     for (unsigned id : announced_) {
@@ -235,7 +237,7 @@ void LocalLink::acceptAll() {
 }
 
 void LocalLink::acceptOne(Descriptor socket) {
-    auto connection = std::make_shared<Connection>(std::move(socket), reactor_, static_cast<ConnectionOwner&>(*this));
+    auto connection = std::make_shared<Connection>(std::move(socket), reactor_, static_cast<ConnectionOwner &>(*this));
     if (!checkUser(*connection)) {
         connection->close();
         return;
@@ -249,7 +251,7 @@ void LocalLink::acceptOne(Descriptor socket) {
     reactor_.watch(connection);
 }
 
-bool LocalLink::checkUser(const Connection& connection) const {
+bool LocalLink::checkUser(const Connection &connection) const {
     unsigned long user = 0;
     long process = 0;
     const bool known = connection.peerCredentials(user, process);
@@ -266,7 +268,7 @@ bool LocalLink::checkUser(const Connection& connection) const {
 /** To all peers. One that does not even take small frames any more is given up. */
 void LocalLink::control(FrameType type, std::uint32_t first, std::uint32_t second) {
     std::vector<unsigned> lost;
-    for (const auto& entry : peers_) {
+    for (const auto &entry : peers_) {
         if (!entry.second.out->sendControl(type, first, second)) {
             lost.push_back(entry.first);
         }
@@ -276,7 +278,7 @@ void LocalLink::control(FrameType type, std::uint32_t first, std::uint32_t secon
     }
 }
 
-void LocalLink::drop(unsigned name, const std::string& problem) {
+void LocalLink::drop(unsigned name, const std::string &problem) {
     const auto found = peers_.find(name);
     if (found == peers_.end()) {
         return;
@@ -300,7 +302,7 @@ void LocalLink::drop(unsigned name, const std::string& problem) {
     for (unsigned id : peer.terminations) {
         listener_.terminationVanished(TerminationId(id));
     }
-    for (AddressedMessage& message : left) {
+    for (AddressedMessage &message : left) {
         listener_.messageReturned(std::move(message));
     }
     directory_.removeIfStale(name);
@@ -319,8 +321,8 @@ const LocalLink::Handler LocalLink::kHandlers[] = {
     &LocalLink::onReturned,
 };
 
-bool LocalLink::frameArrived(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem) {
-    Peer* peer = peerOf(from);
+bool LocalLink::frameArrived(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem) {
+    Peer *peer = peerOf(from);
     const bool greeted = peer != nullptr && peer->in.get() == &from;
     if (!greeted && frame.type != FrameType::hello) {
         problem = "packet before the hello";
@@ -329,12 +331,12 @@ bool LocalLink::frameArrived(Connection& from, const Frame& frame, AddressedMess
     return (this->*kHandlers[static_cast<unsigned>(frame.type)])(from, frame, std::move(message), problem);
 }
 
-LocalLink::Peer* LocalLink::peerOf(const Connection& connection) {
+LocalLink::Peer *LocalLink::peerOf(const Connection &connection) {
     const auto found = connection.peer != 0 ? peers_.find(connection.peer) : peers_.end();
     return found != peers_.end() ? &found->second : nullptr;
 }
 
-std::shared_ptr<Connection> LocalLink::takeStranger(const Connection& connection) {
+std::shared_ptr<Connection> LocalLink::takeStranger(const Connection &connection) {
     for (auto entry = strangers_.begin(); entry != strangers_.end(); ++entry) {
         if (entry->get() == &connection) {
             std::shared_ptr<Connection> stranger = std::move(*entry);
@@ -345,7 +347,7 @@ std::shared_ptr<Connection> LocalLink::takeStranger(const Connection& connection
     return nullptr;
 }
 
-void LocalLink::connectionEnded(Connection& connection, const std::string& problem) {
+void LocalLink::connectionEnded(Connection &connection, const std::string &problem) {
     if (std::shared_ptr<Connection> stranger = takeStranger(connection)) {
         if (!problem.empty()) {
             LogDispatch(3, LogMakeString("Transport: connection of a stranger closed: %s", problem.c_str()), kSource);
@@ -354,7 +356,7 @@ void LocalLink::connectionEnded(Connection& connection, const std::string& probl
         return;
     }
     const unsigned name = connection.peer;
-    if (Peer* peer = peerOf(connection)) {
+    if (Peer *peer = peerOf(connection)) {
         // What the peer sent on its other connection before it went still counts.
         const std::shared_ptr<Connection> in = peer->in;
         if (problem.empty() && in && in.get() != &connection) {
@@ -367,13 +369,13 @@ void LocalLink::connectionEnded(Connection& connection, const std::string& probl
     }
 }
 
-bool LocalLink::onHello(Connection& from, const Frame& frame, AddressedMessage&&, std::string& problem) {
+bool LocalLink::onHello(Connection &from, const Frame &frame, AddressedMessage &&, std::string &problem) {
     const unsigned name = frame.destination;
     if (name == 0 || name > UnitDirectory::kLastName || name == name_ || (from.peer != 0 && from.peer != name)) {
         problem = LogMakeString("hello with name id %u", name);
         return false;
     }
-    Peer& peer = peers_[name];
+    Peer &peer = peers_[name];
     if (peer.in) {
         problem = LogMakeString("second hello of actor %04x", name);
         return false;
@@ -390,13 +392,12 @@ bool LocalLink::onHello(Connection& from, const Frame& frame, AddressedMessage&&
     return true;
 }
 
-bool LocalLink::onAnnounce(Connection& from, const Frame& frame, AddressedMessage&&, std::string& problem) {
-    Peer& peer = *peerOf(from);
+bool LocalLink::onAnnounce(Connection &from, const Frame &frame, AddressedMessage &&, std::string &problem) {
+    Peer &peer = *peerOf(from);
     const TerminationId id(frame.originator);
     {
         Locked lock(routesLock_);
-        if (id.nameId() == 0 || announced_.count(id.value()) != 0 ||
-            !routes_.emplace(id.value(), peer.out).second) {
+        if (id.nameId() == 0 || announced_.count(id.value()) != 0 || !routes_.emplace(id.value(), peer.out).second) {
             problem = LogMakeString("announces 0x%08X, which is not its own", id.value());
             return false;
         }
@@ -406,7 +407,7 @@ bool LocalLink::onAnnounce(Connection& from, const Frame& frame, AddressedMessag
     return true;
 }
 
-bool LocalLink::onWithdraw(Connection& from, const Frame& frame, AddressedMessage&&, std::string& problem) {
+bool LocalLink::onWithdraw(Connection &from, const Frame &frame, AddressedMessage &&, std::string &problem) {
     if (peerOf(from)->terminations.erase(frame.originator) == 0) {
         problem = LogMakeString("withdraws 0x%08X, which is not its own", frame.originator);
         return false;
@@ -419,7 +420,7 @@ bool LocalLink::onWithdraw(Connection& from, const Frame& frame, AddressedMessag
     return true;
 }
 
-bool LocalLink::onSync(Connection& from, const Frame& frame, AddressedMessage&&, std::string& problem) {
+bool LocalLink::onSync(Connection &from, const Frame &frame, AddressedMessage &&, std::string &problem) {
     if (!peerOf(from)->out->sendControl(FrameType::syncAck, frame.originator)) {
         problem = "does not read";
         return false;
@@ -427,30 +428,30 @@ bool LocalLink::onSync(Connection& from, const Frame& frame, AddressedMessage&&,
     return true;
 }
 
-bool LocalLink::onSyncAck(Connection& from, const Frame& frame, AddressedMessage&&, std::string&) {
+bool LocalLink::onSyncAck(Connection &from, const Frame &frame, AddressedMessage &&, std::string &) {
     answered(from.peer, frame.originator);
     return true;
 }
 
-bool LocalLink::onData(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem) {
+bool LocalLink::onData(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem) {
     if (peerOf(from)->terminations.count(frame.originator) == 0) {
         problem = LogMakeString("message with forged originator 0x%08X", frame.originator);
         return false;
     }
-    if (static_cast<const AddressedMessage&>(message).buf() != nullptr) {
+    if (static_cast<const AddressedMessage &>(message).buf() != nullptr) {
         listener_.messageArrived(std::move(message));
     }
     return true;
 }
 
-bool LocalLink::onReturned(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem) {
+bool LocalLink::onReturned(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem) {
     // Its target may have been withdrawn meanwhile, so only what certainly is another's is refused.
     const std::shared_ptr<Connection> owner = route(TerminationId(frame.destination));
     if (announced_.count(frame.destination) != 0 || (owner && owner != peerOf(from)->out)) {
         problem = LogMakeString("returns a message for 0x%08X, which is not its own", frame.destination);
         return false;
     }
-    if (static_cast<const AddressedMessage&>(message).buf() != nullptr) {
+    if (static_cast<const AddressedMessage &>(message).buf() != nullptr) {
         listener_.messageReturned(std::move(message));
     }
     return true;
@@ -464,7 +465,7 @@ std::shared_ptr<Connection> LocalLink::route(TerminationId id) {
     return found != routes_.end() ? found->second : nullptr;
 }
 
-bool LocalLink::send(AddressedMessage&& message) {
+bool LocalLink::send(AddressedMessage &&message) {
     const std::shared_ptr<Connection> out = route(message.destination());
     Frame head;
     head.type = FrameType::data;
@@ -473,7 +474,7 @@ bool LocalLink::send(AddressedMessage&& message) {
     return out && out->send(head, std::move(message), !reactor_.onThread());
 }
 
-bool LocalLink::giveBack(AddressedMessage&& message) {
+bool LocalLink::giveBack(AddressedMessage &&message) {
     const std::shared_ptr<Connection> out = route(message.originator());
     Frame head;
     head.type = FrameType::returned;
@@ -497,7 +498,7 @@ void LocalLink::awaitAnswers(std::uint32_t sync) RB_NO_ANALYSIS {
     OSWrap::DisableCancelStateGuard guard;
     const auto limit = std::chrono::steady_clock::now() + kPause;
     const auto missing = [this, sync] RB_NO_ANALYSIS {
-        for (const auto& entry : awaited_) {
+        for (const auto &entry : awaited_) {
             if (entry.second <= sync) {
                 return true;
             }

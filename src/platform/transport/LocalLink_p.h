@@ -25,15 +25,15 @@ namespace Transport {
  */
 class LocalLink : public Link, private ConnectionOwner {
 public:
-    LocalLink(std::string directory, Reactor& reactor, LinkListener& listener);
+    LocalLink(std::string directory, Reactor &reactor, LinkListener &listener);
     ~LocalLink() override;
 
     unsigned claimName() override;
     void releaseName(unsigned name) override;
     bool announce(TerminationId id) override;
     void withdraw(TerminationId id) override;
-    bool send(AddressedMessage&& message) override;
-    bool giveBack(AddressedMessage&& message) override;
+    bool send(AddressedMessage &&message) override;
+    bool giveBack(AddressedMessage &&message) override;
 
 private:
     class Listener;
@@ -42,7 +42,7 @@ private:
         std::shared_ptr<Connection> out; // what we send on
         std::set<unsigned> terminations;
     };
-    using Handler = bool (LocalLink::*)(Connection&, const Frame&, AddressedMessage&&, std::string&);
+    using Handler = bool (LocalLink::*)(Connection &, const Frame &, AddressedMessage &&, std::string &);
     static const Handler kHandlers[];
 
     bool openDirectory();
@@ -53,30 +53,30 @@ private:
     void connectLater(unsigned name, int tries);
     void acceptAll();
     void acceptOne(Descriptor socket);
-    bool checkUser(const Connection& connection) const;
-    void greet(Peer& peer, const std::shared_ptr<Connection>& out);
+    bool checkUser(const Connection &connection) const;
+    void greet(Peer &peer, const std::shared_ptr<Connection> &out);
     void control(FrameType type, std::uint32_t first, std::uint32_t second = 0);
-    void drop(unsigned name, const std::string& problem);
-    std::shared_ptr<Connection> takeStranger(const Connection& connection);
-    Peer* peerOf(const Connection& connection);
+    void drop(unsigned name, const std::string &problem);
+    std::shared_ptr<Connection> takeStranger(const Connection &connection);
+    Peer *peerOf(const Connection &connection);
 
-    bool frameArrived(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem) override;
-    void connectionEnded(Connection& connection, const std::string& problem) override;
-    bool onHello(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem);
-    bool onAnnounce(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem);
-    bool onWithdraw(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem);
-    bool onSync(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem);
-    bool onSyncAck(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem);
-    bool onData(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem);
-    bool onReturned(Connection& from, const Frame& frame, AddressedMessage&& message, std::string& problem);
+    bool frameArrived(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem) override;
+    void connectionEnded(Connection &connection, const std::string &problem) override;
+    bool onHello(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem);
+    bool onAnnounce(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem);
+    bool onWithdraw(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem);
+    bool onSync(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem);
+    bool onSyncAck(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem);
+    bool onData(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem);
+    bool onReturned(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem);
 
     std::shared_ptr<Connection> route(TerminationId id);
     void answered(unsigned peer, std::uint32_t upTo);
     void awaitAnswers(std::uint32_t sync);
 
     UnitDirectory directory_;
-    Reactor& reactor_;
-    LinkListener& listener_;
+    Reactor &reactor_;
+    LinkListener &listener_;
 
     // Receiving thread only.
     unsigned name_ = 0; // the name id under which this actor listens; 0: closed

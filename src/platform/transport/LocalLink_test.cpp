@@ -34,13 +34,13 @@ public:
             events_.push_back(LogMakeString("-%08X", id.value()));
         });
     }
-    void messageArrived(AddressedMessage&& message) override {
+    void messageArrived(AddressedMessage &&message) override {
         change([&] {
             events_.push_back("m");
             arrived_.push_back(std::move(message));
         });
     }
-    void messageReturned(AddressedMessage&& message) override {
+    void messageReturned(AddressedMessage &&message) override {
         change([&] { returned_.push_back(std::move(message)); });
     }
 
@@ -48,7 +48,7 @@ public:
         Locked lock(lock_);
         return present_.count(id.value()) != 0;
     }
-    bool waitFor(const std::function<bool()>& condition) RB_NO_ANALYSIS {
+    bool waitFor(const std::function<bool()> &condition) RB_NO_ANALYSIS {
         const auto limit = std::chrono::steady_clock::now() + kDeadline;
         Locked lock(lock_);
         while (!condition()) {
@@ -82,7 +82,7 @@ public:
 
 private:
     template <class Change>
-    void change(const Change& apply) {
+    void change(const Change &apply) {
         Locked lock(lock_);
         apply();
         changed_.notify_all();
@@ -98,7 +98,7 @@ private:
 
 /** An actor without processes: a receiving thread and a link, with one termination. */
 struct Actor {
-    explicit Actor(const std::string& directory) : link(directory, reactor, heard) {
+    explicit Actor(const std::string &directory) : link(directory, reactor, heard) {
         EXPECT_TRUE(reactor.start());
         id = TerminationId(link.claimName(), 1, 1);
         EXPECT_NE(0U, id.nameId());
@@ -123,8 +123,8 @@ struct Actor {
     TerminationId id;
 };
 
-bool isFilled(const AddressedMessage& message, unsigned size, unsigned char fill) {
-    const unsigned char* bytes = message.buf();
+bool isFilled(const AddressedMessage &message, unsigned size, unsigned char fill) {
+    const unsigned char *bytes = message.buf();
     return message.size() == size && bytes != nullptr &&
            (size == 0 || (bytes[0] == fill && std::memcmp(bytes, bytes + 1, size - 1) == 0));
 }
@@ -132,13 +132,13 @@ bool isFilled(const AddressedMessage& message, unsigned size, unsigned char fill
 class LocalLinkTest : public testing::Test {
 protected:
     void SetUp() override {
-        previous_ = Log::setSink([this](int, const std::string& line, const char*) {
+        previous_ = Log::setSink([this](int, const std::string &line, const char *) {
             Locked lock(lock_);
             lines_ += line + "\n";
         });
     }
     void TearDown() override { Log::setSink(previous_); }
-    bool logged(const std::string& text) {
+    bool logged(const std::string &text) {
         Locked lock(lock_);
         return lines_.find(text) != std::string::npos;
     }
@@ -154,7 +154,7 @@ private:
 /** An actor that speaks the protocol by hand, as a hostile one may. */
 class Stranger {
 public:
-    Stranger(const std::string& directory, const Actor& target, unsigned targetName) : directory_(directory) {
+    Stranger(const std::string &directory, const Actor &target, unsigned targetName) : directory_(directory) {
         std::string problem;
         EXPECT_TRUE(directory_.open(problem)) << problem;
         name = directory_.claimName();
@@ -162,7 +162,7 @@ public:
         EXPECT_EQ(UnitDirectory::Reach::connected, directory_.connect(targetName, socket_));
         static_cast<void>(target);
     }
-    void send(const std::vector<unsigned char>& packet) {
+    void send(const std::vector<unsigned char> &packet) {
         EXPECT_EQ(static_cast<ssize_t>(packet.size()),
                   ::send(socket_.get(), packet.data(), packet.size(), MSG_NOSIGNAL));
     }
@@ -211,7 +211,7 @@ private:
     Descriptor socket_;
 };
 
-unsigned onlySocket(const std::string& path) {
+unsigned onlySocket(const std::string &path) {
     UnitDirectory directory(path);
     std::string problem;
     EXPECT_TRUE(directory.open(problem));
@@ -391,7 +391,7 @@ TEST_F(LocalLinkTest, APeerThatNeverReadsCostsBoundedMemoryAndNobodyElse) {
     ASSERT_TRUE(one.heard.waitKnown(deaf.id, false));
     EXPECT_TRUE(one.heard.waitReturned(1));
     EXPECT_LE(one.heard.returned().size(), accepted);
-    for (const AddressedMessage& message : one.heard.returned()) {
+    for (const AddressedMessage &message : one.heard.returned()) {
         EXPECT_TRUE(isFilled(message, 65536, 1));
         EXPECT_EQ(deaf.id, message.destination());
         EXPECT_EQ(one.id, message.originator());
@@ -425,96 +425,100 @@ TEST_F(LocalLinkTest, WhatWaitedForAVanishedPeerComesBackOnceAndInOrder) {
 }
 
 struct Attack {
-    const char* name;
-    std::function<void(Stranger&, const Actor&)> run;
-    const char* logged;
+    const char *name;
+    std::function<void(Stranger &, const Actor &)> run;
+    const char *logged;
 };
 
 std::vector<Attack> attacks() {
     return {
-        {"noise instead of a hello", [](Stranger& s, const Actor&) { s.send({'H', 'T', 'T', 'P'}); }, "shorter than"},
+        {"noise instead of a hello",
+         [](Stranger &s, const Actor &) {
+             s.send({'H', 'T', 'T', 'P'});
+         },
+         "shorter than"},
         {"another version",
-         [](Stranger& s, const Actor&) {
+         [](Stranger &s, const Actor &) {
              std::vector<unsigned char> hello = Stranger::packet(FrameType::hello, 1, s.name);
              hello[2] = 9;
              s.send(hello);
          },
          "protocol version 9"},
         {"message before the hello",
-         [](Stranger& s, const Actor& a) { s.send(FrameType::data, s.id.value(), a.id.value(), 1, 1); },
+         [](Stranger &s, const Actor &a) { s.send(FrameType::data, s.id.value(), a.id.value(), 1, 1); },
          "before the hello"},
-        {"hello without name", [](Stranger& s, const Actor&) { s.send(FrameType::hello, 1, 0); }, "name id 0"},
+        {"hello without name", [](Stranger &s, const Actor &) { s.send(FrameType::hello, 1, 0); }, "name id 0"},
         {"second hello",
-         [](Stranger& s, const Actor&) {
+         [](Stranger &s, const Actor &) {
              s.join();
              s.send(FrameType::hello, 1, s.name);
          },
          "second hello"},
         {"announces a termination of the target",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::announce, a.id.value());
          },
          "not its own"},
         {"announces nobody",
-         [](Stranger& s, const Actor&) {
+         [](Stranger &s, const Actor &) {
              s.join();
              s.send(FrameType::announce, 0);
          },
          "not its own"},
         {"withdraws what it never had",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::withdraw, a.id.value());
          },
          "not its own"},
         {"forged originator",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::data, a.id.value(), a.id.value(), 1, 1);
          },
          "forged originator"},
         {"returns what was sent to somebody else",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::returned, a.id.value(), a.id.value(), 1, 1);
          },
          "not its own"},
         {"message without beginning",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::data, s.id.value(), a.id.value(), 10, 5, Frame::kLast);
          },
          "without beginning"},
         {"message that ends early",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::data, s.id.value(), a.id.value(), 10, 5);
          },
          "has 5 in its pieces"},
         {"message that never ends",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::data, s.id.value(), a.id.value(), 10, 5, Frame::kFirst);
              s.send(FrameType::data, s.id.value(), a.id.value(), 10, 6, 0);
          },
          "has 11 in its pieces"},
         {"pieces of two messages",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::data, s.id.value(), a.id.value(), 10, 5, Frame::kFirst);
              s.send(FrameType::data, s.id.value(), a.id.value(), 11, 5, 0);
          },
          "do not belong together"},
         {"another packet between the pieces",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::data, s.id.value(), a.id.value(), 10, 5, Frame::kFirst);
              s.send(FrameType::sync, 1);
          },
          "between the pieces"},
         {"packet above the limit",
-         [](Stranger& s, const Actor& a) {
+         [](Stranger &s, const Actor &a) {
              s.join();
              s.send(FrameType::data, s.id.value(), a.id.value(), 100000, 90000, Frame::kFirst);
          },
@@ -529,7 +533,7 @@ TEST_F(LocalLinkTest, WhoBreaksTheProtocolIsCutOffAndReportedAndNobodyElseSuffer
     Actor friendly(directory());
     ASSERT_TRUE(friendly.link.announce(friendly.id));
     std::size_t sent = 0;
-    for (const Attack& attack : attacks()) {
+    for (const Attack &attack : attacks()) {
         Stranger stranger(directory(), one, name);
         attack.run(stranger, one);
         EXPECT_TRUE(stranger.closed()) << attack.name;

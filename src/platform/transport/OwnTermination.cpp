@@ -15,7 +15,7 @@ namespace {
 
 using Locked = OSWrap::Lock<OSWrap::ConditionVar>;
 
-[[noreturn]] void threw(const char* what) {
+[[noreturn]] void threw(const char *what) {
     LogDispatch(0, LogMakeString("Transport: a callback threw: %s", what), "Transport");
     Log::flushBeforeAbort();
     std::abort();
@@ -45,12 +45,12 @@ private:
 bool OwnTermination::listen(std::deque<TerminationPtr> present) {
     {
         Locked lock(gate_);
-        for (TerminationPtr& termination : present) {
+        for (TerminationPtr &termination : present) {
             events_.push_back({std::move(termination), true});
         }
         listening_ = true;
     }
-    auto* thread = new (std::nothrow) Membership(shared_from_this());
+    auto *thread = new (std::nothrow) Membership(shared_from_this());
     if (thread == nullptr || !thread->start()) {
         LogDispatch(3, "Transport: membership thread cannot be started", "Transport");
         return false;
@@ -75,13 +75,13 @@ void OwnTermination::deliverEvents() {
             } else {
                 termination_.disappeare(*event.termination);
             }
-        } catch (const std::exception& error) {
+        } catch (const std::exception &error) {
             threw(error.what());
         }
     }
 }
 
-bool OwnTermination::nextEvent(Event& event) {
+bool OwnTermination::nextEvent(Event &event) {
     event = Event{};
     Locked lock(gate_);
     membership_ = 0;
@@ -98,7 +98,7 @@ bool OwnTermination::nextEvent(Event& event) {
     return true;
 }
 
-bool OwnTermination::call(Callback callback, const AddressedMessage& message) {
+bool OwnTermination::call(Callback callback, const AddressedMessage &message) {
     {
         Locked lock(gate_);
         if (stopped_) {
@@ -108,7 +108,7 @@ bool OwnTermination::call(Callback callback, const AddressedMessage& message) {
     }
     try {
         static_cast<void>((termination_.*callback)(message));
-    } catch (const std::exception& error) {
+    } catch (const std::exception &error) {
         threw(error.what());
     }
     Locked lock(gate_);

@@ -15,16 +15,16 @@ namespace Transport {
  */
 class OwnTermination : public std::enable_shared_from_this<OwnTermination> {
 public:
-    explicit OwnTermination(TerminationImpl& termination) noexcept : termination_(termination) {}
+    explicit OwnTermination(TerminationImpl &termination) noexcept : termination_(termination) {}
 
     /** Events are queued from now on, `present` first; they come on the membership thread, in order. */
     bool listen(std::deque<TerminationPtr> present);
-    void appeared(const TerminationPtr& termination) { push({termination, true}); }
-    void vanished(const TerminationPtr& termination) { push({termination, false}); }
+    void appeared(const TerminationPtr &termination) { push({termination, true}); }
+    void vanished(const TerminationPtr &termination) { push({termination, false}); }
 
     /** Receiving thread. False: it takes nothing any more. */
-    bool deliver(const AddressedMessage& message) { return call(&TerminationImpl::receive, message); }
-    bool deliverError(const AddressedMessage& message) { return call(&TerminationImpl::receiveError, message); }
+    bool deliver(const AddressedMessage &message) { return call(&TerminationImpl::receive, message); }
+    bool deliverError(const AddressedMessage &message) { return call(&TerminationImpl::receiveError, message); }
 
     /** Has been stopped; it cannot be started again. */
     bool stopped();
@@ -37,14 +37,14 @@ private:
         TerminationPtr termination;
         bool appeared;
     };
-    using Callback = bool (TerminationImpl::*)(const AddressedMessage&);
+    using Callback = bool (TerminationImpl::*)(const AddressedMessage &);
 
-    bool call(Callback callback, const AddressedMessage& message);
+    bool call(Callback callback, const AddressedMessage &message);
     void push(Event event);
     void deliverEvents();
-    bool nextEvent(Event& event);
+    bool nextEvent(Event &event);
 
-    TerminationImpl& termination_; // valid until stop() has returned
+    TerminationImpl &termination_; // valid until stop() has returned
     OSWrap::ConditionVar gate_;
     std::deque<Event> events_ RB_GUARDED_BY(gate_);
     bool listening_ RB_GUARDED_BY(gate_) = false;

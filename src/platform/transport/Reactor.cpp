@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <condition_variable>
+#include <csignal>
 #include <cstdint>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -18,7 +18,7 @@ namespace Transport {
 
 class Reactor::Loop : public OSWrap::Thread {
 public:
-    explicit Loop(Reactor& reactor)
+    explicit Loop(Reactor &reactor)
         : Thread(OSWrap::Priority(0), OSWrap::SchedulingPolicy(0), ~0U, "TrspReceive", true), reactor_(reactor) {
         deleteOnThreadTermination();
     }
@@ -31,7 +31,7 @@ protected:
     }
 
 private:
-    Reactor& reactor_;
+    Reactor &reactor_;
 };
 
 Reactor::Reactor() : wakeUp_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
@@ -63,13 +63,15 @@ bool Reactor::start() {
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    auto* thread = new (std::nothrow) Loop(*this);
+    auto *thread = new (std::nothrow) Loop(*this);
     started_ = thread != nullptr && thread->start();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return started_;
 }
 
-bool Reactor::onThread() const noexcept { return thread_ == OSWrap::Thread::getCurrentId(); }
+bool Reactor::onThread() const noexcept {
+    return thread_ == OSWrap::Thread::getCurrentId();
+}
 
 void Reactor::post(Task task) {
     {
@@ -79,7 +81,7 @@ void Reactor::post(Task task) {
     wake();
 }
 
-void Reactor::run(const Task& task) {
+void Reactor::run(const Task &task) {
     if (onThread()) {
         task();
         return;
@@ -108,17 +110,21 @@ void Reactor::wake() noexcept {
     }
 }
 
-void Reactor::watch(std::shared_ptr<Pollable> item) { items_.push_back(std::move(item)); }
+void Reactor::watch(std::shared_ptr<Pollable> item) {
+    items_.push_back(std::move(item));
+}
 
-void Reactor::unwatch(const Pollable* item) {
-    for (std::shared_ptr<Pollable>& entry : items_) {
+void Reactor::unwatch(const Pollable *item) {
+    for (std::shared_ptr<Pollable> &entry : items_) {
         if (entry.get() == item) {
             entry.reset(); // the vector keeps its shape while ready() calls walk it
         }
     }
 }
 
-void Reactor::after(Time::duration delay, Task task) { timers_.emplace(Time::now() + delay, std::move(task)); }
+void Reactor::after(Time::duration delay, Task task) {
+    timers_.emplace(Time::now() + delay, std::move(task));
+}
 
 void Reactor::loop() {
     thread_ = OSWrap::Thread::getCurrentId();
@@ -137,7 +143,7 @@ void Reactor::waitForWork() {
     items_.erase(std::remove(items_.begin(), items_.end(), nullptr), items_.end());
     polled_.clear();
     polled_.push_back({wakeUp_.get(), POLLIN, 0});
-    for (const std::shared_ptr<Pollable>& item : items_) {
+    for (const std::shared_ptr<Pollable> &item : items_) {
         polled_.push_back({item->descriptor(), item->events(), 0});
     }
     if (::poll(polled_.data(), polled_.size(), timeout()) < 0 && errno != EINTR) {
@@ -168,7 +174,7 @@ void Reactor::runTasks() {
         OSWrap::Lock<OSWrap::Mutex> lock(lock_);
         tasks.swap(tasks_);
     }
-    for (Task& task : tasks) {
+    for (Task &task : tasks) {
         task();
         task = nullptr;
     }

@@ -36,8 +36,8 @@ public:
 
     Reactor();
     ~Reactor();
-    Reactor(const Reactor&) = delete;
-    Reactor& operator=(const Reactor&) = delete;
+    Reactor(const Reactor &) = delete;
+    Reactor &operator=(const Reactor &) = delete;
 
     /** Starts the thread if it does not run yet. */
     bool start();
@@ -46,13 +46,13 @@ public:
     /** From any thread: the task runs soon, in the order of posting. */
     void post(Task task);
     /** Runs the task on the thread and returns after it; at once when called on the thread. */
-    void run(const Task& task);
+    void run(const Task &task);
     /** Makes the thread look at events() of everything it watches again. */
     void wake() noexcept;
 
     /** On the thread only. */
     void watch(std::shared_ptr<Pollable> item);
-    void unwatch(const Pollable* item);
+    void unwatch(const Pollable *item);
     void after(Time::duration delay, Task task);
 
 private:

@@ -16,12 +16,20 @@ TerminationId claimId(GroupId group) {
 } // namespace
 
 Termination::~Termination() = default;
-bool Termination::receive(const AddressedMessage&) { return false; }
-bool Termination::issue(const AddressedMessage&) { return false; }
-bool Termination::receiveError(const AddressedMessage&) { return false; }
-bool Termination::issueError(const AddressedMessage&) { return false; }
+bool Termination::receive(const AddressedMessage &) {
+    return false;
+}
+bool Termination::issue(const AddressedMessage &) {
+    return false;
+}
+bool Termination::receiveError(const AddressedMessage &) {
+    return false;
+}
+bool Termination::issueError(const AddressedMessage &) {
+    return false;
+}
 
-TerminationImpl::TerminationImpl(GroupId group, const char*) noexcept
+TerminationImpl::TerminationImpl(GroupId group, const char *) noexcept
     : Termination(claimId(group)), own_(std::make_shared<OwnTermination>(*this)) {}
 
 TerminationImpl::~TerminationImpl() {
@@ -37,17 +45,25 @@ AddressedMessage TerminationImpl::allocateMessage(unsigned size, unsigned align,
     return message;
 }
 
-bool TerminationImpl::issue(const AddressedMessage& message) { return LayerCore::instance().issue(termId(), message); }
-bool TerminationImpl::issueError(const AddressedMessage& message) { return LayerCore::instance().giveBack(message); }
-bool TerminationImpl::start() { return LayerCore::instance().start(*this); }
-bool TerminationImpl::started() { return LayerCore::instance().started(*this); }
+bool TerminationImpl::issue(const AddressedMessage &message) {
+    return LayerCore::instance().issue(termId(), message);
+}
+bool TerminationImpl::issueError(const AddressedMessage &message) {
+    return LayerCore::instance().giveBack(message);
+}
+bool TerminationImpl::start() {
+    return LayerCore::instance().start(*this);
+}
+bool TerminationImpl::started() {
+    return LayerCore::instance().started(*this);
+}
 
 bool TerminationImpl::stop() {
     LayerCore::instance().stop(*this);
     return true;
 }
 
-void TerminationImpl::appeared(Termination&) {}
-void TerminationImpl::disappeare(Termination&) {}
+void TerminationImpl::appeared(Termination &) {}
+void TerminationImpl::disappeare(Termination &) {}
 
 } // namespace Transport

@@ -4,16 +4,22 @@
 
 namespace Transport {
 
-TransportLayer* TransportLayer::instance() noexcept {
-    static TransportLayer* const layer = new TransportLayer;
+TransportLayer *TransportLayer::instance() noexcept {
+    static TransportLayer *const layer = new TransportLayer;
     return layer;
 }
 
-TerminationPtr TransportLayer::getTermination(TerminationId id) { return LayerCore::instance().find(id); }
+TerminationPtr TransportLayer::getTermination(TerminationId id) {
+    return LayerCore::instance().find(id);
+}
 
-bool TransportLayer::exists(TerminationId id) { return static_cast<bool>(getTermination(id)); }
+bool TransportLayer::exists(TerminationId id) {
+    return static_cast<bool>(getTermination(id));
+}
 
-Group TransportLayer::getGroup(GroupId id) noexcept { return Group(id); }
+Group TransportLayer::getGroup(GroupId id) noexcept {
+    return Group(id);
+}
 
 std::list<TerminationPtr> TransportLayer::getTerminations() {
     const std::vector<TerminationPtr> all = LayerCore::instance().all();
@@ -22,7 +28,7 @@ std::list<TerminationPtr> TransportLayer::getTerminations() {
 
 std::list<TerminationId> Group::contains() const {
     std::list<TerminationId> members;
-    for (const TerminationPtr& termination : LayerCore::instance().all()) {
+    for (const TerminationPtr &termination : LayerCore::instance().all()) {
         if (termination->termId().groupId() == id_) {
             members.push_back(termination->termId());
         }

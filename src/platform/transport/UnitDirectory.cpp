@@ -18,7 +18,7 @@ namespace Transport {
 
 namespace {
 
-std::string reason(const char* what, const std::string& path, int error) {
+std::string reason(const char *what, const std::string &path, int error) {
     char text[128];
     return LogMakeString("%s %s: %s", what, path.c_str(), strerror_r(error, text, sizeof text));
 }
@@ -27,7 +27,7 @@ std::string reason(const char* what, const std::string& path, int error) {
 
 UnitDirectory::UnitDirectory(std::string path, unsigned lastName) : path_(std::move(path)), lastName_(lastName) {}
 
-bool UnitDirectory::open(std::string& problem) {
+bool UnitDirectory::open(std::string &problem) {
     OSWrap::DisableCancelStateGuard guard;
     OSWrap::Lock<OSWrap::Mutex> lock(lock_);
     if (names_) {
@@ -55,7 +55,7 @@ bool UnitDirectory::open(std::string& problem) {
     return true;
 }
 
-bool UnitDirectory::checkOwner(std::string& problem) RB_NO_ANALYSIS {
+bool UnitDirectory::checkOwner(std::string &problem) RB_NO_ANALYSIS {
     struct stat status {};
     if (::fstat(directory_.get(), &status) != 0) {
         problem = reason("cannot read state of", path_, errno);
@@ -126,12 +126,12 @@ void UnitDirectory::releaseName(unsigned name) {
     }
 }
 
-std::string UnitDirectory::file(const char* prefix, unsigned name) const {
+std::string UnitDirectory::file(const char *prefix, unsigned name) const {
     return path_ + LogMakeString("/%s%04x", prefix, name);
 }
 
 /** Socket addresses are short; a path that is too long goes by way of the open directory. */
-bool UnitDirectory::address(const std::string& path, sockaddr_un& where) const RB_NO_ANALYSIS {
+bool UnitDirectory::address(const std::string &path, sockaddr_un &where) const RB_NO_ANALYSIS {
     where = sockaddr_un{};
     where.sun_family = AF_UNIX;
     std::string text = path;
@@ -145,7 +145,7 @@ bool UnitDirectory::address(const std::string& path, sockaddr_un& where) const R
     return true;
 }
 
-Descriptor UnitDirectory::listen(unsigned name, std::string& problem) {
+Descriptor UnitDirectory::listen(unsigned name, std::string &problem) {
     OSWrap::DisableCancelStateGuard guard;
     const std::string hidden = file("t.", name);
     const std::string visible = file("a.", name);
@@ -157,7 +157,7 @@ Descriptor UnitDirectory::listen(unsigned name, std::string& problem) {
     ::unlink(hidden.c_str()); // of a dead one: the name is ours
     sockaddr_un where;
     if (!address(hidden, where) ||
-        ::bind(listener.get(), reinterpret_cast<const sockaddr*>(&where), sizeof where) != 0 ||
+        ::bind(listener.get(), reinterpret_cast<const sockaddr *>(&where), sizeof where) != 0 ||
         ::listen(listener.get(), 4096) != 0 || ::rename(hidden.c_str(), visible.c_str()) != 0) {
         problem = reason("cannot listen at", visible, errno);
         ::unlink(hidden.c_str());
@@ -166,13 +166,15 @@ Descriptor UnitDirectory::listen(unsigned name, std::string& problem) {
     return listener;
 }
 
-void UnitDirectory::removeSocket(unsigned name) { ::unlink(file("a.", name).c_str()); }
+void UnitDirectory::removeSocket(unsigned name) {
+    ::unlink(file("a.", name).c_str());
+}
 
 std::vector<unsigned> UnitDirectory::sockets() const {
     OSWrap::DisableCancelStateGuard guard;
     std::vector<unsigned> found;
-    if (DIR* list = ::opendir(path_.c_str())) {
-        while (const dirent* entry = ::readdir(list)) {
+    if (DIR *list = ::opendir(path_.c_str())) {
+        while (const dirent *entry = ::readdir(list)) {
             unsigned name = 0;
             char rest = 0;
             if (std::sscanf(entry->d_name, "a.%4x%c", &name, &rest) == 1 && name != 0) {
@@ -184,14 +186,14 @@ std::vector<unsigned> UnitDirectory::sockets() const {
     return found;
 }
 
-UnitDirectory::Reach UnitDirectory::connect(unsigned name, Descriptor& connection) const {
+UnitDirectory::Reach UnitDirectory::connect(unsigned name, Descriptor &connection) const {
     OSWrap::DisableCancelStateGuard guard;
     sockaddr_un where;
     Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket || !address(file("a.", name), where)) {
         return Reach::failed;
     }
-    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&where), sizeof where) == 0) {
+    if (::connect(socket.get(), reinterpret_cast<const sockaddr *>(&where), sizeof where) == 0) {
         connection = std::move(socket);
         return Reach::connected;
     }

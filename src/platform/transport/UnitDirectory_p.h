@@ -25,30 +25,30 @@ public:
     explicit UnitDirectory(std::string path, unsigned lastName = kLastName);
 
     /** Makes and checks the directory. On false `problem` says why it cannot be used. Idempotent. */
-    bool open(std::string& problem);
+    bool open(std::string &problem);
 
     /** 0 if none is free. */
     unsigned claimName();
     void releaseName(unsigned name);
 
     /** A listening socket under that name, visible to others only when it listens. */
-    Descriptor listen(unsigned name, std::string& problem);
+    Descriptor listen(unsigned name, std::string &problem);
     void removeSocket(unsigned name);
     /** The names under which somebody listens or listened. */
     std::vector<unsigned> sockets() const;
 
     enum class Reach { connected, stale, busy, failed };
     /** Connects without waiting. stale: nobody listens; busy: worth another try. */
-    Reach connect(unsigned name, Descriptor& connection) const;
+    Reach connect(unsigned name, Descriptor &connection) const;
     /** Removes the socket of a dead actor; leaves that of a live one alone. */
     void removeIfStale(unsigned name);
 
 private:
-    bool checkOwner(std::string& problem);
+    bool checkOwner(std::string &problem);
     bool lockName(unsigned name) RB_REQUIRES(lock_);
     void unlockName(unsigned name) RB_REQUIRES(lock_);
-    std::string file(const char* prefix, unsigned name) const;
-    bool address(const std::string& path, sockaddr_un& where) const;
+    std::string file(const char *prefix, unsigned name) const;
+    bool address(const std::string &path, sockaddr_un &where) const;
 
     const std::string path_;
     const unsigned lastName_;

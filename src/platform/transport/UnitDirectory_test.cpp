@@ -22,7 +22,7 @@ protected:
         EXPECT_TRUE(directory->open(problem)) << problem;
         return directory;
     }
-    bool exists(const std::string& name) { return ::access((temp_.path() + "/unit/" + name).c_str(), F_OK) == 0; }
+    bool exists(const std::string &name) { return ::access((temp_.path() + "/unit/" + name).c_str(), F_OK) == 0; }
 
     Testing::TempDir temp_;
 };
@@ -60,7 +60,7 @@ TEST_F(UnitDirectoryTest, ASymbolicLinkAFileAndAMissingParentAreRefused) {
     actor();
     ASSERT_EQ(0, ::symlink((temp_.path() + "/unit").c_str(), (temp_.path() + "/link").c_str()));
     std::ofstream(temp_.path() + "/file") << "x";
-    for (const char* path : {"/link", "/file", "/missing/unit"}) {
+    for (const char *path : {"/link", "/file", "/missing/unit"}) {
         UnitDirectory directory(temp_.path() + path);
         std::string problem;
         EXPECT_FALSE(directory.open(problem)) << path;

@@ -10,13 +10,13 @@ namespace Transport {
 namespace {
 
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
-FakeLink* installed = nullptr;
+FakeLink *installed = nullptr;
 
 } // namespace
 
-FakeLink& FakeLink::install() {
+FakeLink &FakeLink::install() {
     if (installed == nullptr) {
-        LayerCore::setLinkFactory([](Reactor& reactor, LinkListener& listener) -> std::unique_ptr<Link> {
+        LayerCore::setLinkFactory([](Reactor &reactor, LinkListener &listener) -> std::unique_ptr<Link> {
             installed = new FakeLink(reactor, listener);
             return std::unique_ptr<Link>(installed);
         });
@@ -33,7 +33,7 @@ void FakeLink::peerVanishes(TerminationId id) {
     reactor_.run([&] { listener_.terminationVanished(id); });
 }
 
-void FakeLink::deliver(const AddressedMessage& message, int times) {
+void FakeLink::deliver(const AddressedMessage &message, int times) {
     reactor_.run([&] {
         for (int i = 0; i < times; ++i) {
             listener_.messageArrived(AddressedMessage(message));
@@ -41,11 +41,11 @@ void FakeLink::deliver(const AddressedMessage& message, int times) {
     });
 }
 
-void FakeLink::bounce(const AddressedMessage& message) {
+void FakeLink::bounce(const AddressedMessage &message) {
     reactor_.run([&] { listener_.messageReturned(AddressedMessage(message)); });
 }
 
-void FakeLink::setFate(std::function<Fate(const AddressedMessage&)> fate) {
+void FakeLink::setFate(std::function<Fate(const AddressedMessage &)> fate) {
     Locked lock(lock_);
     fate_.swap(fate);
 }
@@ -56,7 +56,7 @@ void FakeLink::releaseHeld() {
         Locked lock(lock_);
         held.swap(held_);
     }
-    for (const AddressedMessage& message : held) {
+    for (const AddressedMessage &message : held) {
         record(message);
     }
 }
@@ -103,8 +103,8 @@ void FakeLink::withdraw(TerminationId id) {
     announced_.erase(id.value());
 }
 
-bool FakeLink::send(AddressedMessage&& message) {
-    std::function<Fate(const AddressedMessage&)> decide;
+bool FakeLink::send(AddressedMessage &&message) {
+    std::function<Fate(const AddressedMessage &)> decide;
     {
         Locked lock(lock_);
         decide = fate_;
@@ -130,9 +130,11 @@ bool FakeLink::send(AddressedMessage&& message) {
     return true;
 }
 
-bool FakeLink::giveBack(AddressedMessage&&) { return true; }
+bool FakeLink::giveBack(AddressedMessage &&) {
+    return true;
+}
 
-void FakeLink::record(const AddressedMessage& message) {
+void FakeLink::record(const AddressedMessage &message) {
     Locked lock(lock_);
     issued_.push_back(message);
     changed_.notify_all();

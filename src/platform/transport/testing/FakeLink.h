@@ -28,18 +28,18 @@ public:
     };
 
     /** Makes this the process's link. Call it before the transport is used for the first time. Never destroyed. */
-    static FakeLink& install();
+    static FakeLink &install();
 
     /** Each call returns after the transport has taken it in. */
     void peerAppears(TerminationId id);
     void peerVanishes(TerminationId id);
     /** A message from a peer, delivered `times` times. The addresses are the message's own. */
-    void deliver(const AddressedMessage& message, int times = 1);
+    void deliver(const AddressedMessage &message, int times = 1);
     /** A message that was issued comes back. */
-    void bounce(const AddressedMessage& message);
+    void bounce(const AddressedMessage &message);
 
     /** Decides about every issued message; called in the issuing thread, without any lock. */
-    void setFate(std::function<Fate(const AddressedMessage&)> fate);
+    void setFate(std::function<Fate(const AddressedMessage &)> fate);
     void releaseHeld();
 
     /** What was issued to peers so far, oldest first; waits up to 20 s for at least `atLeast`. Empties the record. */
@@ -55,18 +55,18 @@ public:
     void releaseName(unsigned name) override;
     bool announce(TerminationId id) override;
     void withdraw(TerminationId id) override;
-    bool send(AddressedMessage&& message) override;
-    bool giveBack(AddressedMessage&& message) override;
+    bool send(AddressedMessage &&message) override;
+    bool giveBack(AddressedMessage &&message) override;
 
 private:
-    FakeLink(Reactor& reactor, LinkListener& listener) : reactor_(reactor), listener_(listener) {}
-    void record(const AddressedMessage& message);
+    FakeLink(Reactor &reactor, LinkListener &listener) : reactor_(reactor), listener_(listener) {}
+    void record(const AddressedMessage &message);
 
-    Reactor& reactor_;
-    LinkListener& listener_;
+    Reactor &reactor_;
+    LinkListener &listener_;
     OSWrap::Mutex lock_;
     std::condition_variable_any changed_;
-    std::function<Fate(const AddressedMessage&)> fate_ RB_GUARDED_BY(lock_);
+    std::function<Fate(const AddressedMessage &)> fate_ RB_GUARDED_BY(lock_);
     std::vector<AddressedMessage> issued_ RB_GUARDED_BY(lock_);
     std::deque<AddressedMessage> held_ RB_GUARDED_BY(lock_);
     std::set<unsigned> announced_ RB_GUARDED_BY(lock_);
