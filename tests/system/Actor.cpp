@@ -37,10 +37,11 @@ std::string freshLogPath(const Unit &unit) {
 
 Actor::Actor(const Unit &unit, unsigned slot, const std::vector<std::string> &environment)
     : logPath_(freshLogPath(unit)) {
-    std::vector<std::string> variables{"REFLECTORB_UNIT_DIR=" + unit.directory,
-                                       "REFLECTORB_SLOT=" + std::to_string(slot), "REFLECTORB_LOG=file:" + logPath_};
+    std::vector<std::string> variables = environment; // of two with the same name the first counts
     variables.insert(variables.end(), unit.environment.begin(), unit.environment.end());
-    variables.insert(variables.end(), environment.begin(), environment.end());
+    variables.push_back("REFLECTORB_UNIT_DIR=" + unit.directory);
+    variables.push_back("REFLECTORB_SLOT=" + std::to_string(slot));
+    variables.push_back("REFLECTORB_LOG=file:" + logPath_);
     process_ = startProcess({SYSTEM_ACTOR}, variables, Errors::inherited);
     if (process_.pid < 0) {
         ADD_FAILURE() << "actor cannot be started";

@@ -1,7 +1,7 @@
 /*
  * An actor that does what it is told, one command a line:
  *   probe GROUP            makes and starts a probe                     -> "probe ID", "probe failed"
- *   orb NAMESPACE          makes the broker                             -> "orb ORBID ID"
+ *   orb NAMESPACE          makes the broker                             -> "orb ORBID ID", "orb none"
  *   send ID SIZE COUNT     as the probe                                 -> "sent N"
  *   await N                until the probe has received N messages      -> "got" or "missing"
  *   tell                   what the probe received                      -> "from ..." lines, "end"
@@ -56,7 +56,11 @@ void onProbe(Arguments &arguments) {
 
 void onOrb(Arguments &arguments) {
     const TreflectORB *orb = TreflectORB::getInstance(NamespaceId(number(arguments)));
-    say("orb %08X %08X", orb != nullptr ? orb->orbId().value() : 0, orb != nullptr ? orb->termId().value() : 0);
+    if (orb != nullptr) {
+        say("orb %08X %08X", orb->orbId().value(), orb->termId().value());
+    } else {
+        say("orb none");
+    }
 }
 
 void onSend(Arguments &arguments) {
