@@ -185,4 +185,15 @@ std::vector<std::string> filesIn(const std::string &directory) {
     return files;
 }
 
+bool waitForFiles(const std::string &directory, std::size_t count) {
+    const Clock::time_point limit = Clock::now() + kPatience;
+    while (filesIn(directory).size() != count) {
+        if (Clock::now() > limit) {
+            return false;
+        }
+        ::poll(nullptr, 0, 5); // a directory cannot be waited for
+    }
+    return true;
+}
+
 } // namespace Testing

@@ -59,7 +59,9 @@ private:
     bool ended_ = false;
 };
 
-/** A directory for a unit, and nothing left in it at the end if the actors cleaned up. */
+/** In alphabetical order. */
 std::vector<std::string> filesIn(const std::string &directory);
+/** Waits until so many are there; false after 60 s. */
+bool waitForFiles(const std::string &directory, std::size_t count);
 
 } // namespace Testing

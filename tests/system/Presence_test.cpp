@@ -92,7 +92,7 @@ TEST_F(Presence, TheFilesOfAKilledActorDisturbNobodyAndGoAway) {
     Actor next(unit_, 2);
     const std::string id = next.probe();
     EXPECT_EQ(" " + id, next.ask("list 1", "list"));
-    EXPECT_EQ(2U, Testing::filesIn(unit_.directory).size()) << "the stale socket should have been removed";
+    EXPECT_TRUE(Testing::waitForFiles(unit_.directory, 2)) << "the stale socket should have been removed";
     EXPECT_EQ("", next.ask("stop", "ok"));
     EXPECT_EQ((Strings{"names"}), Testing::filesIn(unit_.directory));
 }
@@ -201,9 +201,21 @@ TEST_F(Presence, TwoHundredStartsAndEndsInRandomOrderLeaveNothingBehind) {
     EXPECT_EQ(Strings{}, observer.sofar("appeared"));
     EXPECT_EQ(Strings{}, observer.sofar("disappeared"));
     EXPECT_EQ(Strings{}, observer.sofar("bounced"));
-    EXPECT_EQ(2U, Testing::filesIn(unit_.directory).size());
     EXPECT_EQ("", observer.ask("stop", "ok"));
     EXPECT_EQ((Strings{"names"}), Testing::filesIn(unit_.directory));
+}
+
+TEST_F(Presence, TheSocketOfAKilledActorGoesWhileOthersLive) {
+    Actor observer(unit_);
+    observer.probe();
+    for (int i = 0; i < 20; ++i) {
+        Actor victim(unit_, 2);
+        const std::string id = victim.probe();
+        observer.expect("appeared " + id);
+        victim.kill();
+        observer.expect("disappeared " + id);
+        EXPECT_TRUE(Testing::waitForFiles(unit_.directory, 2)) << "round " << i;
+    }
 }
 
 TEST_F(Presence, ARestartedActorHasAnotherIdEachTime) {

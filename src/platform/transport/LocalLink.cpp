@@ -18,7 +18,9 @@ namespace {
 constexpr char kSource[] = "Transport";
 constexpr std::size_t kMaxStrangers = 256;
 constexpr int kConnectTries = 600;
+constexpr int kRemoveTries = 50;
 constexpr std::chrono::milliseconds kPause{100};
+constexpr std::chrono::milliseconds kRemovePause{20};
 
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
@@ -163,6 +165,10 @@ void LocalLink::closeAll() {
         stranger->close();
     }
     strangers_.clear();
+    for (unsigned name : leftovers_) {
+        directory_.removeIfStale(name);
+    }
+    leftovers_.clear();
     directory_.releaseName(name_);
     name_ = 0;
 }
@@ -176,7 +182,7 @@ void LocalLink::connectTo(unsigned name, int tries) {
     case UnitDirectory::Reach::connected:
         break;
     case UnitDirectory::Reach::stale:
-        directory_.removeIfStale(name);
+        removeLeftover(name, kRemoveTries);
         return;
     case UnitDirectory::Reach::busy:
         if (tries > 1) {
@@ -305,7 +311,21 @@ void LocalLink::drop(unsigned name, const std::string &problem) {
     for (AddressedMessage &message : left) {
         listener_.messageReturned(std::move(message));
     }
-    directory_.removeIfStale(name);
+    removeLeftover(name, kRemoveTries);
+}
+
+/** The socket of a peer that is gone, or is just going: then another look is needed. */
+void LocalLink::removeLeftover(unsigned name, int tries) {
+    if (directory_.removeIfStale(name) || tries <= 1) {
+        leftovers_.erase(name);
+        return;
+    }
+    leftovers_.insert(name);
+    reactor_.after(kRemovePause, [this, name, tries, life = std::weak_ptr<Listener>(acceptor_)] {
+        if (life.lock()) {
+            removeLeftover(name, tries - 1);
+        }
+    });
 }
 
 // --- what peers send ------------------------------------------------------------------------------------------------

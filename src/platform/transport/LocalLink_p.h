@@ -57,6 +57,7 @@ private:
     void greet(Peer &peer, const std::shared_ptr<Connection> &out);
     void control(FrameType type, std::uint32_t first, std::uint32_t second = 0);
     void drop(unsigned name, const std::string &problem);
+    void removeLeftover(unsigned name, int tries);
     std::shared_ptr<Connection> takeStranger(const Connection &connection);
     Peer *peerOf(const Connection &connection);
 
@@ -84,6 +85,7 @@ private:
     std::map<unsigned, Peer> peers_;
     std::list<std::shared_ptr<Connection>> strangers_; // accepted, no hello yet; oldest first
     std::set<unsigned> announced_;
+    std::set<unsigned> leftovers_; // names of peers that went and whose socket still stands in the directory
 
     OSWrap::Mutex routesLock_;
     std::unordered_map<unsigned, std::shared_ptr<Connection>> routes_ RB_GUARDED_BY(routesLock_);

@@ -203,7 +203,7 @@ UnitDirectory::Reach UnitDirectory::connect(unsigned name, Descriptor &connectio
     return errno == EAGAIN || errno == EINTR ? Reach::busy : Reach::failed;
 }
 
-void UnitDirectory::removeIfStale(unsigned name) {
+bool UnitDirectory::removeIfStale(unsigned name) {
     OSWrap::DisableCancelStateGuard guard;
     OSWrap::Lock<OSWrap::Mutex> lock(lock_);
     if (names_ && own_.count(name) == 0 && lockName(name)) { // nobody alive has it
@@ -211,6 +211,7 @@ void UnitDirectory::removeIfStale(unsigned name) {
         ::unlink(file("t.", name).c_str());
         unlockName(name);
     }
+    return ::access(file("a.", name).c_str(), F_OK) != 0;
 }
 
 } // namespace Transport

@@ -40,8 +40,9 @@ public:
     enum class Reach { connected, stale, busy, failed };
     /** Connects without waiting. stale: nobody listens; busy: worth another try. */
     Reach connect(unsigned name, Descriptor &connection) const;
-    /** Removes the socket of a dead actor; leaves that of a live one alone. */
-    void removeIfStale(unsigned name);
+    /** Removes the socket of a dead actor; leaves that of a live one alone. False if there still is one: an actor that
+     *  dies lets go of its sockets and of its name one after the other. */
+    bool removeIfStale(unsigned name);
 
 private:
     bool checkOwner(std::string &problem);

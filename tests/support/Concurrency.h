@@ -1,0 +1,43 @@
+#pragma once
+
+#include "platform/Thread.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+
+namespace Testing {
+
+constexpr std::chrono::seconds kPatience{60};
+
+/** Polls until the condition holds; false if it does not within a minute. */
+bool eventually(const std::function<bool()> &condition);
+
+/** A sync point: passed by all once it is open. Not a cancellation point. */
+class Gate {
+public:
+    void open();
+    /** False if it was not opened within a minute. */
+    bool pass();
+
+private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    bool open_ = false;
+};
+
+/** A thread of the library that runs a function, from now on; joined at the end of the scope. */
+class TestThread final : public OSWrap::Thread {
+public:
+    explicit TestThread(std::function<void()> body, unsigned stackSize = ~0U);
+    ~TestThread() override;
+
+protected:
+    int run() override;
+
+private:
+    const std::function<void()> body_;
+};
+
+} // namespace Testing
