@@ -48,11 +48,8 @@ void DebugPermission<Debugging_t<1>>::get() {
         lockCounted(true);
         return;
     }
-    if (tryGet()) {
-        return;
-    }
-    if (Platform::inForkedChild()) {
-        return; // the owner lives in the other process
+    if (tryGet() || Platform::inForkedChild()) {
+        return; // in a child the owner, and who held the queue's lock, live in the other process
     }
     LockAudit::assertNoPlainLock("the run permission is taken while a plain lock is held");
     waitForTurn();
@@ -60,8 +57,11 @@ void DebugPermission<Debugging_t<1>>::get() {
 }
 
 bool DebugPermission<Debugging_t<1>>::tryGet() RB_NO_ANALYSIS {
+    if (Platform::inForkedChild()) {
+        return false;
+    }
     queueLock_.lock();
-    const bool free = head_ == nullptr && owner() == 0 && !Platform::inForkedChild();
+    const bool free = head_ == nullptr && owner() == 0;
     if (free) {
         owner_.store(OSWrap::Thread::getCurrentId(), std::memory_order_relaxed);
         ownerTid_ = OSWrap::Thread::getCurrentTid();
@@ -184,6 +184,16 @@ void DebugPermission<Debugging_t<1>>::removeId(void *argument) RB_NO_ANALYSIS {
     permission.queueLock_.unlock();
 }
 
+unsigned DebugPermission<Debugging_t<1>>::waiting() const {
+    unsigned count = 0;
+    queueLock_.lock();
+    for (const Waiter *waiter = head_; waiter != nullptr; waiter = waiter->next) {
+        ++count;
+    }
+    queueLock_.unlock();
+    return count;
+}
+
 void DebugPermission<Debugging_t<1>>::lockCounted(bool nested) RB_NO_ANALYSIS {
     mutex_.lock();
     if (!nested) {
@@ -214,7 +224,9 @@ void DebugPermission<Debugging_t<1>>::release() RB_NO_ANALYSIS {
     }
     const bool last = mutex_.count() <= 1;
     mutex_.unlock();
-    if (last) {
+    if (last && Platform::inForkedChild()) {
+        owner_.store(0, std::memory_order_relaxed);
+    } else if (last) {
         queueLock_.lock();
         owner_.store(0, std::memory_order_relaxed);
         ownerTid_ = 0;

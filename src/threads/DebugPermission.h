@@ -34,6 +34,8 @@ public:
     /** Exact for the calling thread's own id, a snapshot for others; 0 when free. */
     unsigned long owner() const noexcept { return owner_.load(std::memory_order_relaxed); }
     unsigned count() const noexcept { return mutex_.count(); }
+    /** Threads in the queue. */
+    unsigned waiting() const;
     /** How many times a waiting thread was woken so far. */
     unsigned long wakeUps() const noexcept { return wakeUps_.load(std::memory_order_relaxed); }
 
@@ -50,7 +52,7 @@ private:
 
     OSWrap::CountedMutex mutex_;          // never contended: who locks it has become the owner first
     std::atomic<unsigned long> owner_{0}; // written under the queue's lock
-    Platform::NativeLock queueLock_;
+    mutable Platform::NativeLock queueLock_;
     int ownerTid_ RB_GUARDED_BY(queueLock_) = 0;
     Waiter *head_ RB_GUARDED_BY(queueLock_) = nullptr;
     Waiter *tail_ RB_GUARDED_BY(queueLock_) = nullptr;

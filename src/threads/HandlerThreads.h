@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <map>
+#include <new>
 #include <pthread.h>
 
 /**
@@ -20,15 +21,18 @@
 template <class Container, class Permission, class Debugging>
 class HandlerThreads {
 public:
-    HandlerThreads();
+    HandlerThreads() : hasKey_(pthread_key_create(&key_, &HandlerThreads::releaseOnThreadTermination) == 0) {}
     HandlerThreads(const HandlerThreads &) = delete;
     HandlerThreads &operator=(const HandlerThreads &) = delete;
 
     /** Says in the log what this is made of. */
-    static void announce() {
+    void announce() const {
         Container::announce();
         Permission::announce();
         init(Debugging());
+        if (!hasKey_) {
+            LogDispatch(3, "no thread key: a thread that ends keeps what it has of the run permission", kSource);
+        }
     }
 
     void enter(bool withPermission);
@@ -48,6 +52,7 @@ public:
     void releaseWhileHeld();
     unsigned getPermissionCount() const noexcept { return permission_.count(); }
     unsigned long getPermissionOwner() const noexcept { return permission_.owner(); }
+    unsigned waitingForPermission() const { return permission_.waiting(); }
     unsigned long wakeUps() const noexcept { return permission_.wakeUps(); }
 
     /** For the start of a remote call: reports a caller without permission. */
@@ -68,16 +73,8 @@ private:
     OSWrap::Mutex reportLock_;
     std::map<unsigned long, std::uint32_t> reports_ RB_GUARDED_BY(reportLock_);
     pthread_key_t key_{};
-    bool hasKey_ = false;
+    const bool hasKey_;
 };
-
-template <class Container, class Permission, class Debugging>
-HandlerThreads<Container, Permission, Debugging>::HandlerThreads() {
-    hasKey_ = pthread_key_create(&key_, &HandlerThreads::releaseOnThreadTermination) == 0;
-    if (!hasKey_) {
-        LogDispatch(3, "no thread key: a thread that ends keeps what it has of the run permission", kSource);
-    }
-}
 
 template <class Container, class Permission, class Debugging>
 void HandlerThreads<Container, Permission, Debugging>::enter(bool withPermission) {
@@ -174,13 +171,17 @@ void HandlerThreads<Container, Permission, Debugging>::check() {
 template <class Container, class Permission, class Debugging>
 bool HandlerThreads<Container, Permission, Debugging>::reportAgain(unsigned field) {
     OSWrap::Lock<OSWrap::Mutex> lock(reportLock_);
-    std::uint32_t &flags = reports_[OSWrap::Thread::getCurrentId()];
-    const std::uint32_t count = flags >> field & 3U;
-    if (count == 3) {
-        return false;
+    try {
+        std::uint32_t &flags = reports_[OSWrap::Thread::getCurrentId()];
+        const std::uint32_t count = flags >> field & 3U;
+        if (count == 3) {
+            return false;
+        }
+        flags += std::uint32_t{1} << field;
+        return count + 1 <= 2;
+    } catch (const std::bad_alloc &) {
+        return true; // rather once too often than a fault that nobody hears of
     }
-    flags += std::uint32_t{1} << field;
-    return count + 1 <= 2;
 }
 
 template <class Container, class Permission, class Debugging>

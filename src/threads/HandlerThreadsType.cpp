@@ -6,14 +6,21 @@
 
 namespace {
 
+/** Never destroyed: destructors of static objects may be the first to ask. */
+union CreationLock {
+    constexpr CreationLock() : mutex() {}
+    ~CreationLock() {}
+    OSWrap::Mutex mutex;
+};
+
 std::atomic<HandlerThreadsType *> object{nullptr};
-OSWrap::Mutex creation;
+CreationLock creation;
 
 HandlerThreadsType *create() {
     OSWrap::DisableCancelStateGuard guard;
     bool made = false;
     {
-        OSWrap::Lock<OSWrap::Mutex> lock(creation);
+        OSWrap::Lock<OSWrap::Mutex> lock(creation.mutex);
         if (object.load() == nullptr) {
             object = new (std::nothrow) HandlerThreadsType;
             made = object.load() != nullptr;
@@ -21,7 +28,7 @@ HandlerThreadsType *create() {
     }
     if (made) { // the log comes after the lock: a sink may be slow
         HandlerThreadsTypeOutput(1, 1, 1);
-        HandlerThreadsType::announce();
+        object.load()->announce();
         void *frame = nullptr;
         ::backtrace(&frame, 1); // loads what later backtraces need, now and not on a small stack
     }

@@ -13,25 +13,33 @@ void *ThreadSpecificValue::get() const {
     return found != values_.end() ? found->second : nullptr;
 }
 
-void *ThreadSpecificValue::exchange(void *value) {
-    const unsigned long self = OSWrap::Thread::getCurrentId();
-    Locked lock(lock_);
-    const auto found = values_.find(self);
-    void *const before = found != values_.end() ? found->second : nullptr;
-    if (value == nullptr) {
-        values_.erase(self);
-    } else if (found != values_.end()) {
-        found->second = value; // also the way back at the end of a scope: allocates nothing
-    } else {
-        try {
-            values_.emplace(self, value);
-        } catch (const std::bad_alloc &) {
-        }
-    }
-    return before;
-}
-
 std::size_t ThreadSpecificValue::size() const {
     Locked lock(lock_);
     return values_.size();
+}
+
+ThreadSpecificValue::Before ThreadSpecificValue::set(void *value) {
+    Locked lock(lock_);
+    try {
+        const auto [entry, added] = values_.try_emplace(OSWrap::Thread::getCurrentId(), nullptr);
+        const Before before{!added, entry->second};
+        entry->second = value;
+        return before;
+    } catch (const std::bad_alloc &) {
+        return {false, nullptr};
+    }
+}
+
+// Where there was an entry there still is one, so the way back allocates nothing.
+void ThreadSpecificValue::restore(const Before &before) {
+    Locked lock(lock_);
+    const auto found = values_.find(OSWrap::Thread::getCurrentId());
+    if (found == values_.end()) {
+        return;
+    }
+    if (before.existed) {
+        found->second = before.value;
+    } else {
+        values_.erase(found);
+    }
 }
