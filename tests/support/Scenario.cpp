@@ -68,6 +68,12 @@ int Scenario::runRequested() {
     return 0;
 }
 
+void failScenario(const char *file, int line, const char *what) {
+    std::printf("%s:%d: does not hold: %s\n", file, line, what);
+    std::fflush(nullptr);
+    ::_exit(99);
+}
+
 ProcessResult runScenario(const std::string &name, const std::vector<std::string> &environment, int timeoutSeconds) {
     ProcessResult result;
     std::vector<std::string> additions = environment;

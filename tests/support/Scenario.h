@@ -31,7 +31,14 @@ struct ProcessResult {
 ProcessResult runScenario(const std::string &name, const std::vector<std::string> &environment = {},
                           int timeoutSeconds = 60);
 
+/** Ends a scenario that went wrong, with a line that says where. */
+[[noreturn]] void failScenario(const char *file, int line, const char *what);
+
 } // namespace Testing
+
+/** For the body of a scenario: it ends with status 99 unless the condition holds. */
+#define SCENARIO_CHECK(condition)                                                                                      \
+    static_cast<void>((condition) || (::Testing::failScenario(__FILE__, __LINE__, #condition), false))
 
 #define SCENARIO(name)                                                                                                 \
     static void scenario_##name();                                                                                     \
