@@ -25,11 +25,36 @@ FakeLink &FakeLink::install() {
     return *installed;
 }
 
+void FakeLink::reset() {
+    std::set<unsigned> peers;
+    {
+        Locked lock(lock_);
+        peers = peers_;
+        fate_ = nullptr;
+        issued_.clear();
+        givenBack_.clear();
+        held_.clear();
+        announceFails_ = false;
+        namesExhausted_ = false;
+    }
+    for (unsigned id : peers) {
+        peerVanishes(TerminationId(id));
+    }
+}
+
 void FakeLink::peerAppears(TerminationId id) {
+    {
+        Locked lock(lock_);
+        peers_.insert(id.value());
+    }
     reactor_.run([&] { listener_.terminationAppeared(id); });
 }
 
 void FakeLink::peerVanishes(TerminationId id) {
+    {
+        Locked lock(lock_);
+        peers_.erase(id.value());
+    }
     reactor_.run([&] { listener_.terminationVanished(id); });
 }
 
@@ -62,12 +87,20 @@ void FakeLink::releaseHeld() {
 }
 
 std::vector<AddressedMessage> FakeLink::takeIssued(std::size_t atLeast) RB_NO_ANALYSIS {
+    return take(issued_, atLeast);
+}
+
+std::vector<AddressedMessage> FakeLink::takeGivenBack(std::size_t atLeast) RB_NO_ANALYSIS {
+    return take(givenBack_, atLeast);
+}
+
+std::vector<AddressedMessage> FakeLink::take(std::vector<AddressedMessage> &from, std::size_t atLeast) RB_NO_ANALYSIS {
     std::vector<AddressedMessage> taken;
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     Locked lock(lock_);
-    while (issued_.size() < atLeast && changed_.wait_until(lock_, limit) == std::cv_status::no_timeout) {
+    while (from.size() < atLeast && changed_.wait_until(lock_, limit) == std::cv_status::no_timeout) {
     }
-    taken.swap(issued_);
+    taken.swap(from);
     return taken;
 }
 
@@ -130,7 +163,10 @@ bool FakeLink::send(AddressedMessage &&message) {
     return true;
 }
 
-bool FakeLink::giveBack(AddressedMessage &&) {
+bool FakeLink::giveBack(AddressedMessage &&message) {
+    Locked lock(lock_);
+    givenBack_.push_back(std::move(message));
+    changed_.notify_all();
     return true;
 }
 

@@ -29,6 +29,8 @@ public:
 
     /** Makes this the process's link. Call it before the transport is used for the first time. Never destroyed. */
     static FakeLink &install();
+    /** As after install(): no peers, no records, no faults. */
+    void reset();
 
     /** Each call returns after the transport has taken it in. */
     void peerAppears(TerminationId id);
@@ -44,6 +46,9 @@ public:
 
     /** What was issued to peers so far, oldest first; waits up to 20 s for at least `atLeast`. Empties the record. */
     std::vector<AddressedMessage> takeIssued(std::size_t atLeast = 0);
+
+    /** Messages from peers that found no target here, and went back to them. */
+    std::vector<AddressedMessage> takeGivenBack(std::size_t atLeast = 0);
 
     /** Terminations of this process that are announced now. */
     std::set<unsigned> announced();
@@ -61,6 +66,7 @@ public:
 private:
     FakeLink(Reactor &reactor, LinkListener &listener) : reactor_(reactor), listener_(listener) {}
     void record(const AddressedMessage &message);
+    std::vector<AddressedMessage> take(std::vector<AddressedMessage> &from, std::size_t atLeast);
 
     Reactor &reactor_;
     LinkListener &listener_;
@@ -68,7 +74,9 @@ private:
     std::condition_variable_any changed_;
     std::function<Fate(const AddressedMessage &)> fate_ RB_GUARDED_BY(lock_);
     std::vector<AddressedMessage> issued_ RB_GUARDED_BY(lock_);
+    std::vector<AddressedMessage> givenBack_ RB_GUARDED_BY(lock_);
     std::deque<AddressedMessage> held_ RB_GUARDED_BY(lock_);
+    std::set<unsigned> peers_ RB_GUARDED_BY(lock_);
     std::set<unsigned> announced_ RB_GUARDED_BY(lock_);
     unsigned nextName_ RB_GUARDED_BY(lock_) = 0x0100;
     bool announceFails_ RB_GUARDED_BY(lock_) = false;
