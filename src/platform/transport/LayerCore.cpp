@@ -166,14 +166,21 @@ bool LayerCore::started(const TerminationImpl &termination) {
 
 void LayerCore::stop(const TerminationImpl &termination) {
     const TerminationId id = termination.termId();
+    bool first = false;
     {
         Locked lock(tables_);
-        if (own_.erase(id.value()) == 0) {
-            return;
+        first = own_.erase(id.value()) != 0;
+        if (first) {
+            termination.own_->beginStop();
+            remove(id);
         }
-        remove(id);
     }
-    if (!Platform::inForkedChild()) {
+    if (Platform::inForkedChild()) {
+        return;
+    }
+    if (!first) {
+        termination.own_->awaitStop();
+    } else {
         link_->withdraw(id);
         termination.own_->stop();
     }

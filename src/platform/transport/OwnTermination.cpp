@@ -132,6 +132,28 @@ void OwnTermination::stop() {
     stopped_ = true;
     dropped.swap(events_);
     gate_.broadcast();
+    awaitCallbacks(self);
+}
+
+void OwnTermination::beginStop() {
+    Locked lock(gate_);
+    stopping_ = true;
+}
+
+void OwnTermination::awaitStop() {
+    OSWrap::DisableCancelStateGuard guard;
+    const unsigned long self = OSWrap::Thread::getCurrentId();
+    Locked lock(gate_);
+    if (!stopping_ || receiving_ == self || membership_ == self) {
+        return; // a callback does not wait here: who stops waits for it
+    }
+    while (!stopped_) {
+        gate_.wait(OSWrap::TimeSpec::INFINITETIME);
+    }
+    awaitCallbacks(self);
+}
+
+void OwnTermination::awaitCallbacks(unsigned long self) {
     while ((receiving_ != 0 && receiving_ != self) || (membership_ != 0 && membership_ != self)) {
         gate_.wait(OSWrap::TimeSpec::INFINITETIME);
     }

@@ -28,8 +28,12 @@ public:
 
     /** Has been stopped; it cannot be started again. */
     bool stopped();
+    /** Announces that stop() is coming. */
+    void beginStop();
     /** On return no callback runs or will run, except the caller's own. */
     void stop();
+    /** If another thread stops it: returns when that is done. */
+    void awaitStop();
 
 private:
     class Membership;
@@ -41,6 +45,7 @@ private:
 
     bool call(Callback callback, const AddressedMessage &message);
     void push(Event event);
+    void awaitCallbacks(unsigned long self) RB_REQUIRES(gate_);
     void deliverEvents();
     bool nextEvent(Event &event);
 
@@ -48,6 +53,7 @@ private:
     OSWrap::ConditionVar gate_;
     std::deque<Event> events_ RB_GUARDED_BY(gate_);
     bool listening_ RB_GUARDED_BY(gate_) = false;
+    bool stopping_ RB_GUARDED_BY(gate_) = false;
     bool stopped_ RB_GUARDED_BY(gate_) = false;
     // Thread ids of those inside a callback; 0: nobody.
     unsigned long receiving_ RB_GUARDED_BY(gate_) = 0;
