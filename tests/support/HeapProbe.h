@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+
+namespace Testing {
+
+/** Counts what the calling thread takes from the heap during the scope: by new, and by calloc (message buffers). */
+class HeapProbe {
+public:
+    HeapProbe() noexcept;
+    std::size_t allocations() const noexcept;
+
+private:
+    const std::size_t before_;
+};
+
+/**
+ * No memory for the calling thread during the scope: nothrow new and calloc give null. With `Calls::all`, plain new
+ * throws as well; log lines cannot be captured then.
+ */
+class FailingHeap {
+public:
+    enum class Calls { nonThrowing, all };
+
+    /** The first `allowed` of these calls still succeed. */
+    explicit FailingHeap(unsigned allowed = 0, Calls calls = Calls::nonThrowing) noexcept;
+    ~FailingHeap();
+    FailingHeap(const FailingHeap &) = delete;
+    FailingHeap &operator=(const FailingHeap &) = delete;
+};
+
+} // namespace Testing
