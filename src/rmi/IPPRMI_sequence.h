@@ -63,13 +63,18 @@ TipprmiStream &operator<<(TipprmiStream &stream, const TipprmiSequence<T, Bound>
     return stream;
 }
 
-/** A count that the data cannot hold is believed up to 65536 elements; beyond that the sequence is empty and the stream
- *  stopped. */
+/** A count that the data cannot hold is believed up to 65536 elements; beyond that, and without memory for them, the
+ *  sequence is empty and the stream stopped. */
 template <class T, unsigned Bound>
 TipprmiStream &operator>>(TipprmiStream &stream, TipprmiSequence<T, Bound> &sequence) {
     unsigned count = 0;
     stream >> count;
-    sequence.setLength(stream.admitCount(count, TipprmiLeastSize<T>::value));
+    count = stream.admitCount(count, TipprmiLeastSize<T>::value);
+    sequence.setLength(count);
+    if (sequence.getLength() != count) { // no memory
+        stream.stopUnmarshalling();
+        sequence.setLength(0);
+    }
     for (unsigned i = 0; i < sequence.getLength(); ++i) {
         T element{};
         stream >> element;
