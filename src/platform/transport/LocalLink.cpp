@@ -517,7 +517,7 @@ void LocalLink::answered(unsigned peer, std::uint32_t upTo) {
 void LocalLink::awaitAnswers(std::uint32_t sync) RB_NO_ANALYSIS {
     OSWrap::DisableCancelStateGuard guard;
     const auto limit = std::chrono::steady_clock::now() + kPause;
-    const auto missing = [this, sync] RB_NO_ANALYSIS {
+    const auto missing = [this, sync]() RB_NO_ANALYSIS {
         for (const auto &entry : awaited_) {
             if (entry.second <= sync) {
                 return true;
