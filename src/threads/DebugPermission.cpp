@@ -2,11 +2,11 @@
 
 #include "platform/Cancellation.h"
 #include "platform/Environment_p.h"
-#include "platform/IdInfo.h"
 #include "platform/LockAudit_p.h"
 #include "platform/Log.h"
 #include "platform/Thread.h"
 #include "threads/HTUtil.h"
+#include "threads/Reporting_p.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -118,8 +118,7 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
     if (waited >= kReportStep) {
         LogDispatch(5,
                     LogMakeString("%s::getRunPermission(thread=%ld) got mutex from thread %ld %s after %lus",
-                                  Transport::IdInfo::instance().getActor().c_str(),
-                                  static_cast<long>(OSWrap::Thread::getCurrentTid()),
+                                  reportedActor().c_str(), static_cast<long>(OSWrap::Thread::getCurrentTid()),
                                   static_cast<long>(self.ownerTidThen), HTUtil::getName(self.ownerThen).c_str(),
                                   seconds(waited)),
                     kSource);
@@ -139,8 +138,7 @@ void DebugPermission<Debugging_t<1>>::reportWait(Waiter &waiter) RB_NO_ANALYSIS 
                     LogMakeString(givesUp ? "%s::getRunPermission(thread=%ld) waiting for thread %ld %s since %lus. "
                                             "Giving up"
                                           : "%s::getRunPermission(thread=%ld) waiting for thread %ld %s since %lus",
-                                  Transport::IdInfo::instance().getActor().c_str(),
-                                  static_cast<long>(OSWrap::Thread::getCurrentTid()),
+                                  reportedActor().c_str(), static_cast<long>(OSWrap::Thread::getCurrentTid()),
                                   static_cast<long>(waiter.ownerTidThen), HTUtil::getName(waiter.ownerThen).c_str(),
                                   waited),
                     kSource);
@@ -217,8 +215,7 @@ void DebugPermission<Debugging_t<1>>::release() RB_NO_ANALYSIS {
     if (owner() != OSWrap::Thread::getCurrentId()) {
         LogDispatch(3,
                     LogMakeString("%s::releaseRunPermission(thread=%ld) called without being owner",
-                                  Transport::IdInfo::instance().getActor().c_str(),
-                                  static_cast<long>(OSWrap::Thread::getCurrentTid())),
+                                  reportedActor().c_str(), static_cast<long>(OSWrap::Thread::getCurrentTid())),
                     kSource);
         return;
     }

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "platform/Cancellation.h"
-#include "platform/IdInfo.h"
 #include "platform/Lock.h"
 #include "platform/Log.h"
 #include "platform/Mutex.h"
 #include "platform/Thread.h"
 #include "threads/HTUtil.h"
 #include "threads/HandlerThreadPolicies.h"
+#include "threads/Reporting_p.h"
 
 #include <cstdint>
 #include <map>
@@ -160,8 +160,7 @@ void HandlerThreads<Container, Permission, Debugging>::check() {
     const unsigned long self = OSWrap::Thread::getCurrentId();
     LogDispatch(3,
                 LogMakeString("%s thread %lu %s doing RMI, but has no RunPermission (owner=%lu)",
-                              Transport::IdInfo::instance().getActor().c_str(), self, HTUtil::getName(self).c_str(),
-                              permission_.owner()),
+                              reportedActor().c_str(), self, HTUtil::getName(self).c_str(), permission_.owner()),
                 kSource);
     HTUtil::printBacktrace("RMI with no RunPermission");
     HTUtil::testabort();

@@ -2,6 +2,7 @@
 
 #include "platform/IdInfo.h"
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 #include "support/LogCapture.h"
 #include "support/OverrideRoot.h"
 #include "support/Scenario.h"
@@ -347,6 +348,57 @@ SCENARIO(handlers_leave_aborts) {
 TEST(HandlerThreads, LeavingWithPermissionAbortsTheActor) {
     expectAbort("handlers_leave_aborts", " has 1 RunPermission after leaveHandlerState",
                 "leaveHandlerState() keeps RunPermission");
+}
+
+SCENARIO(handlers_short_of_memory) {
+    handlerThreads();
+    {
+        TreflectHandlerState state(true);
+        getRunPermission(); // decides about the abort while there is memory
+        releaseRunPermission();
+    }
+    const Testing::FailingHeap none(0, Testing::FailingHeap::Calls::all);
+    checkHandlerState();
+    getRunPermission();
+    TreflectHandlerState state(true);
+    SCENARIO_CHECK(hasRunPermission());
+    releaseRunPermission();
+    releaseRunPermission(); // reported
+    getRunPermission();
+    SCENARIO_CHECK(hasRunPermission() && getRunPermissionCount() == 1);
+}
+
+TEST(HandlerThreads, WithoutMemoryNothingIsThrown) {
+    const Testing::OverrideRoot root;
+    const Testing::ProcessResult result = Testing::runScenario(
+        "handlers_short_of_memory", root.environment({"REFLECTORB_ACTOR=" + std::string(60, 'a')}));
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+SCENARIO(handlers_no_object) {
+    {
+        const Testing::FailingHeap none;
+        SCENARIO_CHECK(handlerThreads() == nullptr);
+        enterHandlerState(true);
+        SCENARIO_CHECK(!isHandlerThread() && !hasRunPermission());
+        getRunPermission();
+        releaseRunPermission();
+        checkHandlerState();
+        SCENARIO_CHECK(getRunPermissionCount() == 0 && getRunPermissionOwner() == 0);
+        leaveHandlerState(true);
+        const TreflectHandlerState state(true);
+        const TreflectReleaseHandlerState released;
+        const TreflectRestoreHandlerState restored;
+        SCENARIO_CHECK(!isHandlerThread());
+    }
+    SCENARIO_CHECK(handlerThreads() != nullptr); // the next one tries again
+}
+
+TEST(HandlerThreads, WithoutTheObjectNothingHappens) {
+    const Testing::TempDir root;
+    const Testing::ProcessResult result =
+        Testing::runScenario("handlers_no_object", {"REFLECTORB_ROOT=" + root.path()});
+    EXPECT_EQ(0, result.exitStatus) << result.output;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "threads/ThreadSpecificGuard.h"
 
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 
 #include <gtest/gtest.h>
 
@@ -100,6 +101,27 @@ TEST(ThreadSpecificGuard, AnExceptionRestoresToo) {
         EXPECT_EQ(&a, values.get());
     }
     EXPECT_EQ(1U, values.size());
+}
+
+TEST(ThreadSpecificGuard, WithoutMemoryThereIsNoEntryAndTheWayBackNeedsNone) {
+    ThreadSpecificValue values;
+    int a = 0;
+    int b = 0;
+    {
+        const Testing::FailingHeap none(0, Testing::FailingHeap::Calls::all);
+        ThreadSpecificGuard guard(values, &a);
+        EXPECT_EQ(nullptr, values.get());
+        EXPECT_EQ(0U, values.size());
+    }
+    EXPECT_EQ(0U, values.size());
+    ThreadSpecificGuard outer(values, &a);
+    const Testing::FailingHeap none(0, Testing::FailingHeap::Calls::all);
+    {
+        ThreadSpecificGuard hidden(values, nullptr);
+        ThreadSpecificGuard inner(values, &b);
+        EXPECT_EQ(&b, values.get());
+    }
+    EXPECT_EQ(&a, values.get());
 }
 
 TEST(ThreadSpecificGuard, ACancelledThreadLeavesNoEntry) {
