@@ -42,14 +42,9 @@ std::unique_ptr<L> make() {
 }
 
 template <class L>
-bool freeForOthers(L &lock) RB_NO_ANALYSIS {
+bool freeForOthers(L &lock) {
     bool taken = false;
-    TestThread other([&]() RB_NO_ANALYSIS {
-        taken = lock.trylock();
-        if (taken) {
-            lock.unlock();
-        }
-    });
+    TestThread other([&] { taken = Testing::isFree(lock); });
     other.join();
     return taken;
 }
@@ -120,7 +115,23 @@ private:
 
 using AllLocks = testing::Types<TreflectMutex, TreflectCountedMutex, TreflectConditionVar, OSWrap::RunPermMutex,
                                 OSWrap::RunPermConditionVar>;
-TYPED_TEST_SUITE(BrokerLocks, AllLocks);
+
+struct Names {
+    template <class L>
+    static std::string GetName(int) {
+        if (std::is_same_v<L, TreflectMutex>) {
+            return "TreflectMutex";
+        }
+        if (std::is_same_v<L, TreflectCountedMutex>) {
+            return "TreflectCountedMutex";
+        }
+        if (std::is_same_v<L, TreflectConditionVar>) {
+            return "TreflectConditionVar";
+        }
+        return kIsCondition<L> ? "RunPermConditionVar" : "RunPermMutex";
+    }
+};
+TYPED_TEST_SUITE(BrokerLocks, AllLocks, Names);
 
 TYPED_TEST(BrokerLocks, AFreeLockGivesThePermissionUpOnlyIfItIsToldTo) RB_NO_ANALYSIS {
     TreflectHandlerState state(true);
@@ -221,7 +232,7 @@ TYPED_TEST(BrokerLocks, WhatOthersFindUnderTheLockIsWhole) RB_NO_ANALYSIS {
 template <class L>
 class BrokerConditions : public BrokerLocks<L> {};
 using AllConditions = testing::Types<TreflectConditionVar, OSWrap::RunPermConditionVar>;
-TYPED_TEST_SUITE(BrokerConditions, AllConditions);
+TYPED_TEST_SUITE(BrokerConditions, AllConditions, Names);
 
 TYPED_TEST(BrokerConditions, AWaitThatTimesOutIsFalseAndThePermissionIsBack) RB_NO_ANALYSIS {
     TreflectHandlerState state(true);

@@ -17,7 +17,8 @@
 
 namespace {
 
-void useAllFreeOfContention(TreflectMutex &mutex, TreflectCountedMutex &counted, TreflectConditionVar &variable) {
+void useAllFreeOfContention(TreflectMutex &mutex, TreflectCountedMutex &counted,
+                            TreflectConditionVar &variable) RB_NO_ANALYSIS {
     TreflectHandlerState state(true);
     {
         TreflectHandlerState nested(true);

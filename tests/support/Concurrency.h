@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Thread.h"
+#include "platform/ThreadAnnotations.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -26,6 +27,12 @@ private:
     std::condition_variable changed_;
     bool open_ = false;
 };
+
+/** Whether the lock could be taken right now. */
+template <class L>
+bool isFree(L &lock) RB_NO_ANALYSIS {
+    return lock.trylock() && lock.unlock();
+}
 
 /** A thread of the library that runs a function, from now on; joined at the end of the scope. */
 class TestThread final : public OSWrap::Thread {
