@@ -24,6 +24,10 @@ function(reflectorb_unit_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE reflectorb_flags gtest gtest_main)
   target_link_options(${name} PRIVATE -rdynamic)
+  if(REFLECTORB_SANITIZE STREQUAL "thread") # see tests/support/HeapProbe.cpp
+    target_link_options(${name} PRIVATE
+      "-Wl,--wrap=calloc,--wrap=_Znwm,--wrap=_Znam,--wrap=_ZnwmRKSt9nothrow_t,--wrap=_ZnamRKSt9nothrow_t")
+  endif()
   gtest_discover_tests(${name} TEST_PREFIX "${name}/" DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST
     PROPERTIES TIMEOUT 120 LABELS unit)
 endfunction()

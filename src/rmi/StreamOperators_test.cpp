@@ -196,8 +196,8 @@ TEST_F(StreamOperatorsTest, WithoutMemoryAStringStopsTheStream) {
         const FailingHeap none(0, FailingHeap::Calls::all);
         longer >> target;
     }
-    EXPECT_EQ("", target);
-    EXPECT_TRUE(longer.hasUnmarshallingFailed());
+    EXPECT_EQ(Testing::kLibraryHeapIsProbed, longer.hasUnmarshallingFailed());
+    EXPECT_EQ(Testing::kLibraryHeapIsProbed ? 0U : 1000U, target.size());
 }
 
 TEST_F(StreamOperatorsTest, ANestedStreamIsItsWholeData) {

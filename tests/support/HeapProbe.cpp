@@ -3,11 +3,15 @@
 #include <cstdlib>
 #include <new>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TESTING_SANITIZED_HEAP 1
+#if defined(__SANITIZE_ADDRESS__)
+#define TESTING_ADDRESS_SANITIZER 1
+#elif defined(__SANITIZE_THREAD__)
+#define TESTING_THREAD_SANITIZER 1
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TESTING_SANITIZED_HEAP 1
+#if __has_feature(address_sanitizer)
+#define TESTING_ADDRESS_SANITIZER 1
+#elif __has_feature(thread_sanitizer)
+#define TESTING_THREAD_SANITIZER 1
 #endif
 #endif
 
@@ -17,14 +21,6 @@
 #else
 #define TESTING_BARE __attribute__((no_sanitize("thread"), no_sanitize("address"), no_sanitize("undefined")))
 #endif
-
-extern "C" {
-#if defined(TESTING_SANITIZED_HEAP)
-void *__interceptor_calloc(std::size_t count, std::size_t size);
-#else
-void *__libc_calloc(std::size_t count, std::size_t size);
-#endif
-}
 
 namespace Testing {
 
@@ -47,21 +43,20 @@ TESTING_BARE bool refused() noexcept {
     return true;
 }
 
-TESTING_BARE void *take(std::size_t size) noexcept {
+/** True: counted, go on. */
+TESTING_BARE bool admitted() noexcept {
+    if (refused()) {
+        return false;
+    }
     ++taken;
-    return std::malloc(size != 0 ? size : 1);
+    return true;
 }
 
-TESTING_BARE void *takeOrThrow(std::size_t size) {
-    void *const memory = throwingFails && refused() ? nullptr : take(size);
-    if (memory == nullptr) {
+TESTING_BARE void admitOrThrow() {
+    if (throwingFails && refused()) {
         throw std::bad_alloc();
     }
-    return memory;
-}
-
-TESTING_BARE void *takeOrNull(std::size_t size) noexcept {
-    return refused() ? nullptr : take(size);
+    ++taken;
 }
 
 } // namespace
@@ -85,29 +80,76 @@ FailingHeap::~FailingHeap() {
 
 } // namespace Testing
 
-extern "C" TESTING_BARE void *calloc(std::size_t count, std::size_t size) {
-    if (Testing::refused()) {
-        return nullptr;
-    }
-    ++Testing::taken;
-#if defined(TESTING_SANITIZED_HEAP)
-    return __interceptor_calloc(count, size);
-#else
-    return __libc_calloc(count, size);
-#endif
+#if defined(TESTING_THREAD_SANITIZER)
+
+// Its runtime does not let these be replaced; the linker directs the calls of this program here (--wrap).
+extern "C" {
+void *__real_calloc(std::size_t count, std::size_t size);
+void *__real__Znwm(std::size_t size);
+void *__real__Znam(std::size_t size);
+void *__real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) noexcept;
+void *__real__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) noexcept;
+
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+    return Testing::admitted() ? __real_calloc(count, size) : nullptr;
+}
+void *__wrap__Znwm(std::size_t size) {
+    Testing::admitOrThrow();
+    return __real__Znwm(size);
+}
+void *__wrap__Znam(std::size_t size) {
+    Testing::admitOrThrow();
+    return __real__Znam(size);
+}
+void *__wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) noexcept {
+    return Testing::admitted() ? __real__ZnwmRKSt9nothrow_t(size, tag) : nullptr;
+}
+void *__wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) noexcept {
+    return Testing::admitted() ? __real__ZnamRKSt9nothrow_t(size, tag) : nullptr;
+}
 }
 
+#else
+
+#if defined(TESTING_ADDRESS_SANITIZER)
+#define TESTING_REAL_CALLOC __interceptor_calloc
+#else
+#define TESTING_REAL_CALLOC __libc_calloc
+#endif
+
+extern "C" void *TESTING_REAL_CALLOC(std::size_t count, std::size_t size);
+extern "C" TESTING_BARE void *calloc(std::size_t count, std::size_t size) {
+    return Testing::admitted() ? TESTING_REAL_CALLOC(count, size) : nullptr;
+}
+
+namespace {
+
+void *takeOrThrow(std::size_t size) {
+    Testing::admitOrThrow();
+    void *const memory = std::malloc(size != 0 ? size : 1);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void *takeOrNull(std::size_t size) noexcept {
+    return Testing::admitted() ? std::malloc(size != 0 ? size : 1) : nullptr;
+}
+
+} // namespace
+
 void *operator new(std::size_t size) {
-    return Testing::takeOrThrow(size);
+    return takeOrThrow(size);
 }
 void *operator new[](std::size_t size) {
-    return Testing::takeOrThrow(size);
+    return takeOrThrow(size);
 }
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
-    return Testing::takeOrNull(size);
+    return takeOrNull(size);
 }
 void *operator new[](std::size_t size, const std::nothrow_t &) noexcept {
-    return Testing::takeOrNull(size);
+    return takeOrNull(size);
 }
 void operator delete(void *memory) noexcept {
     std::free(memory);
@@ -127,3 +169,5 @@ void operator delete(void *memory, const std::nothrow_t &) noexcept {
 void operator delete[](void *memory, const std::nothrow_t &) noexcept {
     std::free(memory);
 }
+
+#endif

@@ -14,6 +14,16 @@ private:
     const std::size_t before_;
 };
 
+/** Whether what the standard library takes, such as the growth of a string, is counted and fails as well. Under the
+ *  thread sanitizer only calls that are compiled into the test program are. */
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kLibraryHeapIsProbed = false;
+#elif defined(__has_feature)
+constexpr bool kLibraryHeapIsProbed = !__has_feature(thread_sanitizer);
+#else
+constexpr bool kLibraryHeapIsProbed = true;
+#endif
+
 /**
  * No memory for the calling thread during the scope: nothrow new and calloc give null. With `Calls::all`, plain new
  * throws as well; log lines cannot be captured then.
