@@ -1,0 +1,194 @@
+/*
+ * Benchmarks of the library:
+ *   transport100, transport1k, transport64k, transport1m
+ *                        round trip between two processes through the transport, beside the same by hand
+ *   transportoneway      messages of 100 bytes in one direction, until the last is taken
+ *   stream               body of an ordinary call: allocate, write, read
+ *   permission           enter and leave with the run permission, nobody else wants it
+ *   permissionrelease    give the run permission up and take it back, nobody else wants it
+ *   permission8          enter and leave with the run permission in 8 threads
+ *   idle                 memory and threads of an actor that only made its broker
+ */
+#include "Benchmarks.h"
+#include "Exchange.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+
+namespace Bench {
+
+namespace {
+
+constexpr Benchmark kBenchmarks[] = {
+    {"transport100", "round trip of 100 bytes", &transport100},
+    {"transport1k", "round trip of 1 KiB", &transport1k},
+    {"transport64k", "round trip of 64 KiB", &transport64k},
+    {"transport1m", "round trip of 1 MiB", &transport1m},
+    {"transportoneway", "messages of 100 bytes in one direction", &transportOneWay},
+    {"stream", "body of an ordinary call: allocate, write, read", &stream},
+    {"permission", "enter and leave with the run permission, uncontended", &permission},
+    {"permissionrelease", "give the run permission up and take it back, uncontended", &permissionLocked},
+    {"permission8", "enter and leave with the run permission in 8 threads", &permission8},
+    {"idle", "memory and threads of an actor that only made its broker", &idle},
+};
+
+void print(const Result &result) {
+    std::printf("%-18s", result.workload.c_str());
+    if (result.callsPerSecond >= 0) {
+        std::printf(" %12.0f/s", result.callsPerSecond);
+    }
+    if (result.p50 >= 0) {
+        std::printf("  p50 %.2f us  p99 %.2f us", result.p50, result.p99);
+    }
+    if (result.cpu >= 0) {
+        std::printf("  cpu %.2f us", result.cpu);
+    }
+    for (const auto &[name, value] : result.figures) {
+        std::printf("  %s %.2f", name.c_str(), value);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+void printJson(const Result &result) {
+    std::printf("{\"workload\": \"%s\", \"calls\": %lu", result.workload.c_str(), result.calls);
+    const auto figure = [](const char *name, double value) {
+        if (value >= 0) {
+            std::printf(", \"%s\": %.3f", name, value);
+        }
+    };
+    figure("calls_per_s", result.callsPerSecond);
+    figure("p50_us", result.p50);
+    figure("p99_us", result.p99);
+    figure("cpu_us", result.cpu);
+    for (const auto &[name, value] : result.figures) {
+        figure(name.c_str(), value);
+    }
+    std::printf("}\n");
+    std::fflush(stdout);
+}
+
+int list() {
+    for (const Benchmark &benchmark : kBenchmarks) {
+        std::printf("%-18s %s\n", benchmark.name, benchmark.what);
+    }
+    return 0;
+}
+
+int usage() {
+    std::fprintf(stderr, "usage: bench/run [--json] [--list] [NAME...]\n");
+    return 2;
+}
+
+/** A unit of its own, whose broker finds the one file it looks for. */
+class Surroundings {
+public:
+    Surroundings() : directory_((std::filesystem::temp_directory_path() / "bench-XXXXXX").string()) {
+        if (::mkdtemp(directory_.data()) == nullptr) {
+            std::abort();
+        }
+        const std::filesystem::path logs = directory_ + "/root/ffs/run/logs";
+        std::filesystem::create_directories(logs);
+        if (std::FILE *file = std::fopen((logs / "orbWaitDuration").c_str(), "w")) {
+            std::fputs("10\n", file);
+            std::fclose(file);
+        }
+        ::setenv("REFLECTORB_ROOT", (directory_ + "/root").c_str(), 1);
+        ::setenv("REFLECTORB_UNIT_DIR", (directory_ + "/unit").c_str(), 1);
+    }
+    ~Surroundings() {
+        std::error_code ignored;
+        std::filesystem::remove_all(directory_, ignored);
+    }
+    Surroundings(const Surroundings &) = delete;
+    Surroundings &operator=(const Surroundings &) = delete;
+
+private:
+    std::string directory_;
+};
+
+int run(bool json, const std::vector<std::string> &names) {
+    for (const std::string &name : names) {
+        if (std::none_of(std::begin(kBenchmarks), std::end(kBenchmarks),
+                         [&name](const Benchmark &benchmark) { return name == benchmark.name; })) {
+            std::fprintf(stderr, "no benchmark '%s'; --list lists them\n", name.c_str());
+            return 2;
+        }
+    }
+    const Surroundings surroundings;
+    for (const Benchmark &benchmark : kBenchmarks) {
+        if (names.empty() || std::find(names.begin(), names.end(), benchmark.name) != names.end()) {
+            const Result result = benchmark.run();
+            json ? printJson(result) : print(result);
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+pid_t startSelf(const std::string &mode, const std::string &argument, int input, int output) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (input >= 0) {
+            ::dup2(input, STDIN_FILENO);
+            ::close(input);
+        }
+        if (output >= 0) {
+            ::dup2(output, STDOUT_FILENO);
+            ::close(output);
+        }
+        for (int fd = 3; fd < 64; ++fd) {
+            if (std::to_string(fd) != argument) {
+                ::close(fd);
+            }
+        }
+        ::execl("/proc/self/exe", "bench", mode.c_str(), argument.c_str(), static_cast<char *>(nullptr));
+        ::_exit(127);
+    }
+    for (int fd : {input, output}) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+    return child;
+}
+
+int main(int argc, char **argv) {
+    bool json = false;
+    std::vector<std::string> names;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument == "--serve-transport") {
+            return serveTransport();
+        }
+        if (argument == "--serve-by-hand") {
+            return serveByHand(i + 1 < argc ? std::atoi(argv[i + 1]) : -1);
+        }
+        if (argument == "--serve-idle") {
+            return serveIdle();
+        }
+        if (argument == "--list") {
+            return list();
+        }
+        if (argument == "--json") {
+            json = true;
+        } else if (argument[0] == '-') {
+            return usage();
+        } else {
+            names.push_back(argument);
+        }
+    }
+    return run(json, names);
+}
+
+} // namespace Bench
+
+int main(int argc, char **argv) {
+    return Bench::main(argc, argv);
+}
