@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <memory>
+#include <thread>
 
 using namespace HandlerState;
 using Testing::eventually;
@@ -218,9 +219,9 @@ void expectExit(const std::string &scenario, int status) {
 void makeBrokerAndWaiter() {
     SCENARIO_CHECK(TreflectORB::getInstance(1) != nullptr);
     SCENARIO_CHECK(hasRunPermission());
-    // Waits for the permission for ever, and lives on while the process exits.
-    static NextOne *const waiter = new NextOne;
-    SCENARIO_CHECK(waiter->queued());
+    // Waits for the permission, and lives on while the process exits.
+    std::thread([] { const TreflectHandlerState state(true); }).detach();
+    SCENARIO_CHECK(eventually([] { return handlerThreads()->waitingForPermission() == 1; }));
 }
 
 SCENARIO(exit_with_permission) {
