@@ -4,6 +4,8 @@ find_package(Threads REQUIRED)
 add_library(reflectorb_flags INTERFACE)
 target_compile_options(reflectorb_flags INTERFACE
   -Wall -Wextra -Wpedantic -Woverloaded-virtual -Wshadow -fno-omit-frame-pointer -funwind-tables)
+# Nobody replaces single functions of the library, so calls inside it need not go through tables.
+target_compile_options(reflectorb_flags INTERFACE -fno-semantic-interposition)
 target_compile_definitions(reflectorb_flags INTERFACE _FILE_OFFSET_BITS=64)
 target_link_libraries(reflectorb_flags INTERFACE Threads::Threads)
 if(REFLECTORB_WERROR)

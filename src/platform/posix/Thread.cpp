@@ -34,7 +34,7 @@ std::size_t stackFloor() {
 #endif
 }
 
-thread_local int cachedTid = 0;
+__attribute__((tls_model("initial-exec"))) thread_local int cachedTid = 0; // asked for at every guard
 
 [[gnu::constructor]] void registerTidRefresh() {
     Platform::onForkInChild([] { cachedTid = 0; });
