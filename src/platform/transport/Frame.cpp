@@ -64,8 +64,9 @@ bool Frame::decode(const unsigned char *packet, std::size_t length, std::string 
     destination = get32(packet + 12);
     size = get32(packet + 16);
     const std::size_t body = length - kHeadSize;
-    if (isMessage(type) ? body > size : body != 0) {
-        problem = LogMakeString("packet of type %u has %zu bytes too many", packet[3], length);
+    const std::size_t most = isMessage(type) ? size : 0;
+    if (body > most) {
+        problem = LogMakeString("packet of type %u has %zu bytes too many", packet[3], body - most);
         return false;
     }
     if (isMessage(type) && size > kMaxMessageSize) {

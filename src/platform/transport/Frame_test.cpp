@@ -71,8 +71,8 @@ std::vector<Broken> brokenPackets() {
         bytes[3] = type;
         cases.push_back({"type", bytes, "type"});
     }
-    cases.push_back({"hello with body", packet(hello, 1), "too many"});
-    cases.push_back({"body above size", packet(data, 11), "too many"});
+    cases.push_back({"hello with body", packet(hello, 1), "has 1 bytes too many"});
+    cases.push_back({"body above size", packet(data, 11), "has 1 bytes too many"});
     cases.push_back({"piece without bytes", packet(data, 0), "without bytes"});
     data.size = kMaxMessageSize + 1;
     cases.push_back({"message too large", packet(data, 10), "larger than allowed"});
