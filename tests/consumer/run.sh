@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the library from a build folder into a place of its own, builds the consumer against it, by the CMake package
-# and by pkg-config, and runs both.
+# and by pkg-config, and runs both; so too the program in the README.
 set -euo pipefail
 build=$1
 sources=$(cd "$(dirname "$0")" && pwd)
@@ -25,4 +25,18 @@ export PKG_CONFIG_PATH
 read -ra flags <<<"$(pkg-config --cflags --libs reflectorb)"
 g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$sources/consumer.cpp" "${flags[@]}" \
   -Wl,-rpath,"$(pkg-config --variable=libdir reflectorb)" -o "$place/plain"
+
+# The program that the README shows, as a reader would try it.
+awk '/^```cpp/ {inside = 1; next} /^```/ {inside = 0} inside' "$sources/../../README.md" >"$place/readme.cpp"
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$place/readme.cpp" "${flags[@]}" \
+  -Wl,-rpath,"$(pkg-config --variable=libdir reflectorb)" -o "$place/readme"
+"$place/readme" </dev/null | tee "$place/output"
+grep -q '^broker 0x[0-9A-F]*01$' "$place/output"
 "$place/plain"
+
+# The program that the README shows, as a reader would try it.
+awk '/^```cpp/ {inside = 1; next} /^```/ {inside = 0} inside' "$sources/../../README.md" >"$place/readme.cpp"
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$place/readme.cpp" "${flags[@]}" \
+  -Wl,-rpath,"$(pkg-config --variable=libdir reflectorb)" -o "$place/readme"
+"$place/readme" </dev/null | tee "$place/output"
+grep -q '^broker 0x[0-9A-F]*01$' "$place/output"
