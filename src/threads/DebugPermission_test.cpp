@@ -121,6 +121,7 @@ TEST(DebugPermission, OnlyItsOwnerCanReleaseIt) {
 }
 
 TEST(DebugPermission, WaitersGetItInTheOrderOfAsking) {
+    Testing::LogCapture log;
     for (int round = 0; round < 5; ++round) {
         Permission permission;
         permission.get();
@@ -140,9 +141,11 @@ TEST(DebugPermission, WaitersGetItInTheOrderOfAsking) {
         EXPECT_EQ(expected, queue.order());
         EXPECT_EQ(0UL, permission.owner());
     }
+    EXPECT_TRUE(log.lines().empty()); // a lost wake-up would cost ten seconds and a report
 }
 
 TEST(DebugPermission, ALateFastComerDoesNotOvertake) {
+    Testing::LogCapture log;
     for (int round = 0; round < 200; ++round) {
         Permission permission;
         permission.get();
@@ -155,9 +158,11 @@ TEST(DebugPermission, ALateFastComerDoesNotOvertake) {
         permission.release();
         EXPECT_EQ(std::vector<int>{0}, queue.order());
     }
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(DebugPermission, CancelledWaitersLeaveTheOrderOfTheOthers) {
+    Testing::LogCapture log;
     Permission permission;
     permission.get();
     Queue queue(permission);
@@ -178,6 +183,7 @@ TEST(DebugPermission, CancelledWaitersLeaveTheOrderOfTheOthers) {
     EXPECT_EQ(0UL, permission.owner());
     EXPECT_EQ(0U, permission.count());
     EXPECT_EQ(0U, permission.waiting());
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(DebugPermission, AllWaitersCancelledLeaveAnEmptyQueue) {
@@ -195,6 +201,7 @@ TEST(DebugPermission, AllWaitersCancelledLeaveAnEmptyQueue) {
 }
 
 TEST(DebugPermission, AHeadCancelledTogetherWithItsTurnPassesTheTurnOn) {
+    Testing::LogCapture log;
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(3);
     int cancelled = 0;
     int rounds = 0;
@@ -224,6 +231,7 @@ TEST(DebugPermission, AHeadCancelledTogetherWithItsTurnPassesTheTurnOn) {
     }
     RecordProperty("rounds", rounds);
     RecordProperty("cancelled", cancelled);
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(DebugPermission, OwnerAndCountCanBeReadByAllThreads) {
