@@ -23,7 +23,8 @@ public:
      * True: accepted, which is not yet delivered; should the target vanish first, the message comes back through the
      * originator's receiveError() (unless it was already in the hands of an actor that got killed). False: it will not
      * arrive, and will not come back. Callable from every thread and under every lock; never calls receive() itself;
-     * waits at most about 100 ms for a receiver that falls behind. Order is kept per originator and target.
+     * is slowed down to the pace of a receiver that falls behind, by 2 s at most, and waits 100 ms for one that does
+     * not read at all (once, until it reads again). Order is kept per originator and target.
      */
     virtual bool issue(const AddressedMessage &message);
     /** Called by the transport, on its receiving thread, with a message of this termination that found no target:

@@ -14,7 +14,9 @@ namespace Transport {
 
 namespace {
 
-constexpr int kFramesATime = 64; // of one connection, before the others have their turn
+// What is read of one connection before the others have their turn.
+constexpr int kFramesATime = 64;
+constexpr std::size_t kBytesATime = 256 * 1024;
 constexpr std::size_t kMaxQueuedControl = 8192;
 
 /** One buffer serves all connections: only the receiving thread reads. */
@@ -170,7 +172,8 @@ void Connection::ready(short events) {
         return;
     }
     std::string problem;
-    for (int i = 0; i < kFramesATime && !ended_; ++i) {
+    bytesRead_ = 0;
+    for (int i = 0; i < kFramesATime && bytesRead_ < kBytesATime && !ended_; ++i) {
         const Read read = readPacket(problem);
         if (read == Read::nothing) {
             return;
@@ -206,6 +209,7 @@ Connection::Read Connection::readPacket(std::string &problem) {
                 problem = "packet is larger than allowed";
                 return Read::end;
             }
+            bytesRead_ += static_cast<std::size_t>(length);
             return takePacket(static_cast<std::size_t>(length), problem) ? Read::frame : Read::end;
         }
         if (length < 0 && errno == EAGAIN) {

@@ -95,6 +95,7 @@ private:
     Frame pieceHead_;
     AddressedMessage pieces_;
     std::size_t piecesTaken_ = 0;
+    std::size_t bytesRead_ = 0; // since ready() was called
     bool inPieces_ = false;
     bool ended_ = false;
 };
