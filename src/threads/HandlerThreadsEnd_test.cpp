@@ -216,11 +216,18 @@ void expectExit(const std::string &scenario, int status) {
     EXPECT_EQ(status, result.exitStatus) << result.output;
 }
 
+std::atomic<bool> waiterHadIt{false};
+
 void makeBrokerAndWaiter() {
+    // Runs after the brokers were removed.
+    std::atexit([] { SCENARIO_CHECK(eventually([] { return waiterHadIt.load(); })); });
     SCENARIO_CHECK(TreflectORB::getInstance(1) != nullptr);
     SCENARIO_CHECK(hasRunPermission());
     // Waits for the permission, and lives on while the process exits.
-    std::thread([] { const TreflectHandlerState state(true); }).detach();
+    std::thread([] {
+        const TreflectHandlerState state(true);
+        waiterHadIt = true;
+    }).detach();
     SCENARIO_CHECK(eventually([] { return handlerThreads()->waitingForPermission() == 1; }));
 }
 
