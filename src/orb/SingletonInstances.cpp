@@ -79,7 +79,7 @@ TreflectORB *SingletonInstances::create(NamespaceId ns) {
     }
     orb = build(ns);
     if (orb != nullptr) {
-        orb->start(); // if it fails, the transport has said why; the broker exists, but nothing can be sent
+        begin(*orb);
         OSWrap::Thread::sleep(kPause);
         slot.orb.store(orb);
     }
@@ -95,6 +95,15 @@ TreflectORB *SingletonInstances::build(NamespaceId ns) noexcept {
                     LogMakeString("ORB of namespace %u could not be made: %s", static_cast<unsigned>(ns), error.what()),
                     "REFLECT_orb");
         return nullptr;
+    }
+}
+
+void SingletonInstances::begin(TreflectORB &orb) noexcept {
+    try {
+        orb.start(); // if it fails, the transport has said why; the broker exists, but nothing can be sent
+    } catch (const std::exception &error) {
+        LogDispatch(3, LogMakeString("ORB 0x%08X could not be started: %s", orb.termId().value(), error.what()),
+                    "REFLECT_orb");
     }
 }
 

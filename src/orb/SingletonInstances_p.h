@@ -64,6 +64,7 @@ private:
 
     static TreflectORB *create(NamespaceId ns);
     static TreflectORB *build(NamespaceId ns) noexcept;
+    static void begin(TreflectORB &orb) noexcept;
 
     static OSWrap::Mutex &lock_;
     static std::array<Slot, kNamespaces> slots_;

@@ -2,9 +2,11 @@
 
 #include "orb/REFLECT_orb.h"
 #include "platform/transport/testing/FakeLink.h"
+#include "rmi/StreamOperators.h"
 #include "support/Concurrency.h"
 #include "support/HeapProbe.h"
 #include "support/LogCapture.h"
+#include "support/Scenario.h"
 #include "threads/HandlerThreadsType.h"
 
 #include <gtest/gtest.h>
@@ -159,6 +161,24 @@ TEST_F(SingletonInstancesTest, TheCreationDoesNotWaitForItself) {
     EXPECT_NE(nullptr, TreflectORB::getInstance(8));
 }
 
+SCENARIO(streamDuringTheCreation) {
+    Transport::FakeLink::install();
+    bool tried = false;
+    const DuringCreation during([&] {
+        TipprmiStream stream(4);
+        stream << 1;
+        SCENARIO_CHECK(stream.empty() && stream.getDataPtr() == nullptr);
+        tried = true;
+    });
+    TipprmiStream stream(4); // makes the broker
+    SCENARIO_CHECK(tried && stream.getDataPtr() != nullptr);
+}
+
+TEST_F(SingletonInstancesTest, AStreamInTheMiddleOfTheCreationHasNoBuffer) {
+    const Testing::ProcessResult result = Testing::runScenario("streamDuringTheCreation");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
 TEST_F(SingletonInstancesTest, ACancelledThreadStillPublishesItsBroker) {
     Gate inside;
     Gate proceed;
@@ -189,6 +209,21 @@ TEST_F(SingletonInstancesTest, WithoutMemoryThereIsNoBrokerUntilTheNextTry) {
     const TreflectORB *const orb = TreflectORB::getInstance(10);
     ASSERT_NE(nullptr, orb);
     EXPECT_EQ(1U, link.announced().count(orb->termId().value()));
+}
+
+TEST_F(SingletonInstancesTest, ABrokerThatFailsToStartForWantOfMemoryExistsAllTheSame) {
+    std::unique_ptr<FailingHeap> none;
+    TreflectORB *orb = nullptr;
+    {
+        // From the end of the construction on; the start is what comes next.
+        const DuringCreation during([&] { none = std::make_unique<FailingHeap>(0U, FailingHeap::Calls::all); });
+        orb = TreflectORB::getInstance(16);
+        none.reset();
+    }
+    ASSERT_NE(nullptr, orb);
+    EXPECT_FALSE(orb->started());
+    EXPECT_EQ(orb, TreflectORB::getInstance(16));
+    EXPECT_NE(nullptr, TreflectORB::getInstance(17)) << "the next one can be made";
 }
 
 TEST_F(SingletonInstancesTest, ABrokerThatCannotStartExistsAllTheSame) {
