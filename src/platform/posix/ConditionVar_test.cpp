@@ -1,0 +1,199 @@
+#include "platform/ConditionVar.h"
+
+#include "platform/Lock.h"
+#include "platform/Thread.h"
+#include "support/Concurrency.h"
+#include "support/Scenario.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <pthread.h>
+
+namespace OSWrap {
+namespace {
+
+using Locked = Lock<ConditionVar>;
+
+/** Threads that wait once each, and note in which order they were woken. */
+class Waiters {
+public:
+    explicit Waiters(bool flag) : variable(flag) {}
+
+    /** Returns when the new thread waits. */
+    void add(int number) {
+        unsigned before = 0;
+        {
+            Locked lock(variable);
+            before = waiting;
+        }
+        threads.push_back(std::make_unique<Testing::TestThread>([this, number] {
+            Locked lock(variable);
+            ++waiting;
+            if (variable.wait(TimeSpec::INFINITETIME)) {
+                woken.push_back(number);
+            }
+        }));
+        // Its count goes up under the lock, which the wait gives up: then it is among the waiters.
+        ASSERT_TRUE(Testing::eventually([this, before] {
+            Locked lock(variable);
+            return waiting > before;
+        }));
+    }
+    bool awaitWoken(std::size_t count) {
+        return Testing::eventually([this, count] {
+            Locked lock(variable);
+            return woken.size() == count;
+        });
+    }
+
+    ConditionVar variable;
+    unsigned waiting = 0;
+    std::vector<int> woken;
+    std::vector<std::unique_ptr<Testing::TestThread>> threads;
+};
+
+class ConditionVarTest : public testing::TestWithParam<bool> {};
+
+TEST_P(ConditionVarTest, ATimeOutIsFalseAndNeverEarly) {
+    ConditionVar variable(GetParam());
+    Locked lock(variable);
+    for (const TimeSpec &limit : {TimeSpec(0, 1), TimeSpec(0, 1000), TimeSpec(0, 3000000), TimeSpec(0, 20000000)}) {
+        const TimeSpec begin = Clock::getObsTime();
+        EXPECT_FALSE(variable.wait(limit));
+        EXPECT_GE(Clock::getObsTime() - begin, limit);
+    }
+}
+
+TEST_P(ConditionVarTest, ALimitOfNothingGivesTheLockUpAndReturnsAtOnce) {
+    ConditionVar variable(GetParam());
+    Locked lock(variable);
+    EXPECT_FALSE(variable.wait(TimeSpec()));
+    EXPECT_FALSE(variable.wait(TimeSpec(-5)));
+    EXPECT_FALSE(Testing::isFree(variable)) << "taken back";
+}
+
+TEST_P(ConditionVarTest, ASignalWithoutWaiterIsForgotten) {
+    ConditionVar variable(GetParam());
+    variable.signal();
+    variable.broadcast();
+    Locked lock(variable);
+    EXPECT_FALSE(variable.wait(TimeSpec(0, 1000000)));
+}
+
+TEST_P(ConditionVarTest, SignalsWakeOneEachInTheOrderOfTheWaits) {
+    Waiters waiters(GetParam());
+    for (int i = 0; i < 5; ++i) {
+        waiters.add(i);
+    }
+    for (std::size_t i = 1; i <= 5; ++i) {
+        waiters.variable.signal(); // without the lock
+        ASSERT_TRUE(waiters.awaitWoken(i));
+    }
+    EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4}), waiters.woken);
+}
+
+TEST_P(ConditionVarTest, ABroadcastWakesAll) {
+    Waiters waiters(GetParam());
+    for (int i = 0; i < 8; ++i) {
+        waiters.add(i);
+    }
+    {
+        Locked lock(waiters.variable);
+        waiters.variable.broadcast();
+        EXPECT_TRUE(waiters.woken.empty()) << "they need the lock";
+    }
+    EXPECT_TRUE(waiters.awaitWoken(8));
+}
+
+TEST_P(ConditionVarTest, ACancelledWaiterUnwindsWithTheLockAndPassesItsSignalOn) {
+    for (int round = 0; round < 50; ++round) {
+        Waiters waiters(GetParam());
+        waiters.add(1);
+        waiters.add(2);
+        {
+            // Both happen before the first can do anything about either.
+            Locked lock(waiters.variable);
+            waiters.variable.signal();
+            waiters.threads[0]->stop();
+        }
+        ASSERT_TRUE(Testing::eventually([&waiters] {
+            Locked lock(waiters.variable);
+            return !waiters.woken.empty();
+        })) << "the signal was lost in round "
+            << round;
+        waiters.threads[0]->join();
+        waiters.variable.broadcast();
+        waiters.threads[1]->join();
+        EXPECT_TRUE(Testing::isFree(waiters.variable));
+    }
+}
+
+TEST_P(ConditionVarTest, ACancelledWaiterLeavesTheOthersInOrder) {
+    Waiters waiters(GetParam());
+    for (int i = 0; i < 4; ++i) {
+        waiters.add(i);
+    }
+    waiters.threads[1]->stop();
+    waiters.threads[1]->join();
+    waiters.threads[3]->stop();
+    waiters.threads[3]->join();
+    waiters.variable.signal();
+    ASSERT_TRUE(waiters.awaitWoken(1));
+    waiters.variable.signal();
+    ASSERT_TRUE(waiters.awaitWoken(2));
+    EXPECT_EQ((std::vector<int>{0, 2}), waiters.woken);
+}
+
+/** Many signals between many waiters: each item that is announced is taken, none waits for ever. */
+TEST_P(ConditionVarTest, NoSignalIsEverLost) {
+    ConditionVar variable(GetParam());
+    unsigned items = 0;
+    std::atomic<unsigned> taken{0};
+    constexpr unsigned kItems = 6000;
+    std::vector<std::unique_ptr<Testing::TestThread>> consumers;
+    for (int i = 0; i < 4; ++i) {
+        consumers.push_back(std::make_unique<Testing::TestThread>([&] {
+            for (;;) {
+                Locked lock(variable);
+                while (items == 0) {
+                    variable.wait(TimeSpec::INFINITETIME);
+                }
+                --items;
+                if (++taken > kItems) {
+                    return;
+                }
+            }
+        }));
+    }
+    for (unsigned i = 0; i < kItems; ++i) {
+        Locked lock(variable);
+        ++items;
+        variable.signal();
+    }
+    EXPECT_TRUE(Testing::eventually([&] { return taken >= kItems; }));
+    {
+        Locked lock(variable);
+        items += 4; // one more for each, to end them
+        variable.broadcast();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(BothFlags, ConditionVarTest, testing::Bool());
+
+SCENARIO(thirtySecondWait) {
+    ConditionVar variable;
+    Locked lock(variable);
+    const TimeSpec begin = Clock::getObsTime();
+    const bool woken = variable.wait(TimeSpec(30));
+    const TimeSpec took = Clock::getObsTime() - begin;
+    std::exit(!woken && took >= TimeSpec(30) ? 3 : 1);
+}
+
+TEST(ConditionVarScaled, LongWaitsFollowTheTimeScale) {
+    EXPECT_EQ(3, Testing::runScenario("thirtySecondWait", {"REFLECTORB_TIME_SCALE=1000"}, 20).exitStatus);
+}
+
+} // namespace
+} // namespace OSWrap
