@@ -89,7 +89,7 @@ public:
     /** Ends the actor: two lines, then abort. */
     [[noreturn]] void resetUnit() const;
 
-    // The run permission of the actor; see threads/HandlerThreadsType.h.
+    // The run permission of the actor; see threads/HandlerThreadsType_p.h.
     static void enterHandlerState(bool withPermission);
     static void leaveHandlerState(bool withPermission);
     static void checkHandlerState();

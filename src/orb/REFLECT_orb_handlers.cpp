@@ -1,5 +1,5 @@
 #include "orb/REFLECT_orb.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 void TreflectORB::enterHandlerState(bool withPermission) {
     HandlerState::enterHandlerState(withPermission);

@@ -4,7 +4,7 @@
 #include "orb/WaitDuration_p.h"
 #include "platform/IdInfo.h"
 #include "platform/Log.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <exception>
 

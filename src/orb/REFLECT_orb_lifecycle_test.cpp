@@ -5,7 +5,7 @@
 #include "support/Concurrency.h"
 #include "support/HeapProbe.h"
 #include "support/Scenario.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <memory>
 

@@ -4,7 +4,7 @@
 #include "support/Concurrency.h"
 #include "support/HeapProbe.h"
 #include "support/Scenario.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <csignal>
 #include <cstdio>

@@ -6,7 +6,7 @@
 #include "platform/Lock.h"
 #include "platform/Log.h"
 #include "platform/Thread.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <cstdlib>
 #include <exception>

@@ -8,7 +8,7 @@
 #include "support/LogCapture.h"
 #include "support/OverrideRoot.h"
 #include "support/Scenario.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <gtest/gtest.h>
 

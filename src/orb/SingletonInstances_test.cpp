@@ -7,7 +7,7 @@
 #include "support/HeapProbe.h"
 #include "support/LogCapture.h"
 #include "support/Scenario.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include "support/OverrideRoot.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <gtest/gtest.h>
 

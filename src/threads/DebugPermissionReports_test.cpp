@@ -1,6 +1,6 @@
 // What a waiting thread reports. The times are those of the scaled clock; every number in a line is checked against
 // the times at which the test saw the thread ask and get, and some run has to be as punctual as the texts promise.
-#include "threads/DebugPermission.h"
+#include "threads/DebugPermission_p.h"
 
 #include "platform/IdInfo.h"
 #include "support/Concurrency.h"

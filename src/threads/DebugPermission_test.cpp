@@ -1,4 +1,4 @@
-#include "threads/DebugPermission.h"
+#include "threads/DebugPermission_p.h"
 
 #include "platform/IdInfo.h"
 #include "platform/Mutex.h"

@@ -1,7 +1,7 @@
 #include "threads/HandlerState.h"
 
 #include "platform/Cancellation.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <pthread.h>
 

@@ -4,7 +4,7 @@
 #include "support/HeapProbe.h"
 #include "support/Scenario.h"
 #include "threads/BrokerLocks.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <gtest/gtest.h>
 

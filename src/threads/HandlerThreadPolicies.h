@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Export.h"
+
 #include <atomic>
 
 /** How much the run permission watches over its use; level 1 is the only one built. */
@@ -14,6 +16,9 @@ class HandlerThreads;
 
 /** What the library is built with. */
 using HandlerThreadsType = HandlerThreads<SetContainer, DebugPermission<Debugging_t<1>>, Debugging_t<1>>;
+
+/** Says once per process which policies the library was built with; returns 1. */
+REFLECTORB_API int HandlerThreadsTypeOutput(int cnt, int prm, int dbg);
 
 /**
  * The handler threads of an actor: which threads are in, and how many times. A thread only ever asks about itself, so

@@ -1,5 +1,5 @@
 // What the end of a thread, and of the process, does to the handler threads.
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include "orb/REFLECT_orb.h"
 #include "support/Concurrency.h"

@@ -4,7 +4,7 @@
 #include "support/LogCapture.h"
 #include "threads/BrokerLocks.h"
 #include "threads/HandlerState.h"
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <atomic>
 #include <execinfo.h>

@@ -1,4 +1,4 @@
-#include "threads/HandlerThreadsType.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include "platform/IdInfo.h"
 #include "support/Concurrency.h"

@@ -1,12 +1,9 @@
 #pragma once
 
 #include "platform/Export.h"
-#include "threads/DebugPermission.h"
+#include "threads/DebugPermission_p.h"
 #include "threads/HandlerState.h"
-#include "threads/HandlerThreads.h"
-
-/** Says once per process which policies the library was built with; returns 1. */
-REFLECTORB_API int HandlerThreadsTypeOutput(int cnt, int prm, int dbg);
+#include "threads/HandlerThreads_p.h"
 
 /** The one object of the process, made on first use, never destroyed; null if memory is short. */
 HandlerThreadsType *handlerThreads();
