@@ -153,6 +153,15 @@ TEST_F(StreamMemoryTest, ItsOwnBytesSurviveGrowth) {
     EXPECT_EQ("61 62", hex(shared));
 }
 
+TEST_F(StreamMemoryTest, ItsOwnBytesSurviveGrowthAlsoIfTheOldOnesAreUnmapped) {
+    constexpr int kSize = 1024 * 1024;
+    const std::string bytes(kSize, 'm'); // so large that the heap gives it back to the system at once
+    TipprmiStream stream(bytes.data(), kSize);
+    stream.marshall(stream.getDataPtr() + 1000, 5);
+    EXPECT_EQ(kSize + 5, stream.getDataSize());
+    EXPECT_EQ("6D 6D 6D 6D 6D", hex(stream.getDataPtr() + kSize, 5));
+}
+
 TEST_F(StreamMemoryTest, AMessageThatCannotGrowStaysAsItIs) {
     constexpr int kTooMuch = 64 * 1024 * 1024;
     for (int size : {kTooMuch, INT_MAX}) {
