@@ -1,6 +1,7 @@
 #include "threads/DebugPermission_p.h"
 
 #include "platform/IdInfo.h"
+#include "platform/Lock.h"
 #include "platform/Mutex.h"
 #include "support/Concurrency.h"
 #include "support/LogCapture.h"
@@ -340,7 +341,7 @@ TEST(DebugPermission, TakenTwiceItAbortsTheActor) {
 SCENARIO(permission_under_a_plain_lock) {
     Permission permission;
     OSWrap::Mutex mutex;
-    mutex.lock();
+    OSWrap::Lock<OSWrap::Mutex> lock(mutex);
     permission.get();
     std::puts("alive");
 }
