@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <dirent.h>
+#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <sstream>
@@ -33,6 +34,16 @@ std::string freshLogPath(const Unit &unit) {
     return unit.directory + ".log" + std::to_string(++count);
 }
 
+/** Where the brokers find the one file that they look for. */
+std::string rootOf(const Unit &unit) {
+    const std::string root = unit.directory + ".root";
+    std::error_code exists;
+    if (std::filesystem::create_directories(root + "/ffs/run/logs", exists)) {
+        std::ofstream(root + "/ffs/run/logs/orbWaitDuration") << "10\n";
+    }
+    return root;
+}
+
 } // namespace
 
 Actor::Actor(const Unit &unit, unsigned slot, const std::vector<std::string> &environment)
@@ -42,6 +53,7 @@ Actor::Actor(const Unit &unit, unsigned slot, const std::vector<std::string> &en
     variables.push_back("REFLECTORB_UNIT_DIR=" + unit.directory);
     variables.push_back("REFLECTORB_SLOT=" + std::to_string(slot));
     variables.push_back("REFLECTORB_LOG=file:" + logPath_);
+    variables.push_back("REFLECTORB_ROOT=" + rootOf(unit));
     process_ = startProcess({SYSTEM_ACTOR}, variables, Errors::inherited);
     if (process_.pid < 0) {
         ADD_FAILURE() << "actor cannot be started";
