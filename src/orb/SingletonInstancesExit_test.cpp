@@ -97,16 +97,18 @@ SCENARIO(exitWithThePermission) {
 
 SCENARIO(exitWithNestedPermission) {
     static std::atomic<bool> served{false};
+    static TestThread *user = nullptr;
     checkAtTheEnd([] {
         nothingAnnounced();
         SCENARIO_CHECK(served);
+        delete user;
     });
     TreflectORB::getInstance(1);
     static Gate &pinned = immortalGate();
     TreflectORB::enterHandlerState(true);
     TreflectORB::getRunPermission();
     SCENARIO_CHECK(TreflectORB::getRunPermissionCount() == 2);
-    new TestThread([] {
+    user = new TestThread([] {
         const SingletonInstances::Pin pin(1); // the removal waits for this thread, and this thread for the permission
         pinned.open();
         const TreflectHandlerState state(true);
