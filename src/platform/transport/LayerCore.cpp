@@ -115,7 +115,7 @@ LayerCore::LayerCore() : link_(linkFactory(reactor_, *this)), loopback_(std::mak
 
 bool LayerCore::start(const TerminationImpl &termination) {
     const TerminationId id = termination.termId();
-    if (refusedInChild() || id.value() == 0 || termination.own_->stopped() || !reactor_.start()) {
+    if (refusedInChild() || id.value() == 0 || !termination.own_ || termination.own_->stopped() || !reactor_.start()) {
         return false;
     }
     {
@@ -175,7 +175,7 @@ void LayerCore::stop(const TerminationImpl &termination) {
             remove(id);
         }
     }
-    if (Platform::inForkedChild()) {
+    if (Platform::inForkedChild() || !termination.own_) {
         return;
     }
     if (!first) {

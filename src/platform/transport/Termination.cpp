@@ -4,13 +4,29 @@
 #include "platform/transport/LayerCore_p.h"
 #include "platform/transport/OwnTermination_p.h"
 
+#include <new>
+
 namespace Transport {
 
 namespace {
 
-TerminationId claimId(GroupId group) {
-    const unsigned name = LayerCore::instance().claimName();
-    return name != 0 ? TerminationId(name, IdInfo::getSlot(), group) : TerminationId();
+// Without memory for either the termination exists, but cannot be started.
+
+TerminationId claimId(GroupId group) noexcept {
+    try {
+        const unsigned name = LayerCore::instance().claimName();
+        return name != 0 ? TerminationId(name, IdInfo::getSlot(), group) : TerminationId();
+    } catch (const std::bad_alloc &) {
+        return TerminationId();
+    }
+}
+
+std::shared_ptr<OwnTermination> makeOwn(TerminationImpl &termination) noexcept {
+    try {
+        return std::make_shared<OwnTermination>(termination);
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
 }
 
 } // namespace
@@ -30,7 +46,7 @@ bool Termination::issueError(const AddressedMessage &) {
 }
 
 TerminationImpl::TerminationImpl(GroupId group, const char *) noexcept
-    : Termination(claimId(group)), own_(std::make_shared<OwnTermination>(*this)) {}
+    : Termination(claimId(group)), own_(makeOwn(*this)) {}
 
 TerminationImpl::~TerminationImpl() {
     LayerCore::instance().stop(*this);

@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 #include "platform/OSWrap.h"
 #include "platform/transport/testing/FakeLink.h"
+#include "support/HeapProbe.h"
 #include "support/LogCapture.h"
 #include "support/Scenario.h"
 
@@ -15,6 +16,8 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <memory>
+#include <new>
 #include <stdexcept>
 #include <thread>
 
@@ -247,6 +250,20 @@ TEST_F(TransportLayerTest, StartFailsWithoutAnIdAndWhenItCannotBeAnnounced) {
     EXPECT_FALSE(TransportLayer::exists(unannounced.termId()));
     link.setAnnounceFails(false);
     EXPECT_TRUE(unannounced.events().empty());
+}
+
+TEST_F(TransportLayerTest, WithoutMemoryATerminationExistsButDoesNotStart) {
+    std::unique_ptr<Recorder> poor;
+    {
+        const Testing::FailingHeap noMemory(1, Testing::FailingHeap::Calls::all); // one for the object itself
+        try {
+            poor = std::make_unique<Recorder>();
+        } catch (const std::bad_alloc &) {
+            FAIL() << "no exception may come out of the transport";
+        }
+    }
+    EXPECT_FALSE(poor->start());
+    poor->stop();
 }
 
 TEST_F(TransportLayerTest, AMessageGoesOutAsItWasWithTheTargetAsDestination) {
