@@ -1,21 +1,28 @@
 #pragma once
 
+#include "orb/ObjectLocation.h"
 #include "orb/OrbId.h"
 #include "orb/ReflectMessage.h"
 #include "orb/TransactionIds.h"
+#include "platform/ConditionVar.h"
 #include "platform/Export.h"
 #include "platform/Mutex.h"
 #include "platform/Termination.h"
 #include "platform/ThreadAnnotations.h"
+#include "rmi/IPPRMI_sequence.h"
 #include "threads/HandlerThreadPolicies.h"
 
 #include <array>
 #include <atomic>
+#include <deque>
+#include <list>
 #include <map>
 #include <memory>
 #include <set>
 #include <vector>
 
+class OngoingRequest;
+class TipprmiObjectSkeleton;
 class TreflectObserver;
 class TreflectServerObject;
 
@@ -35,14 +42,49 @@ public:
         std::set<TreflectOrbId> remoteDeletionObservers;
     };
 
-    /** How many messages came in, by kind; those that were too short to have one are in `dropped` only. */
-    struct ReceiveCounts {
+    /** Requests and one-way messages to one target. */
+    struct InternalPerfCnts {
         unsigned requests = 0;
-        unsigned oneWay = 0;
-        unsigned responses = 0;
-        unsigned undeliverable = 0;
-        unsigned otherKinds = 0;
-        unsigned dropped = 0;
+        unsigned failures = 0;
+    };
+    /** The same as it is told to others. */
+    struct PerfCnts {
+        Transport::TerminationId target = Transport::TerminationId();
+        unsigned requests = 0;
+        unsigned failures = 0;
+    };
+    struct PerfCntInfo {
+        std::string actor;
+        TipprmiSequence<PerfCnts> counters;
+    };
+    struct PerfCntMultInfo {
+        Transport::TerminationId orb = Transport::TerminationId();
+        PerfCntInfo info;
+    };
+
+    /** Where an object was found, or just the name that was asked for. */
+    class REFLECTORB_API TreflectObjectLocation : public TreflectObjectLocationIf {
+    public:
+        TreflectObjectLocation(unsigned internalOid, const TreflectOrbId &orb, TipprmiObjectSkeleton *server,
+                               const TipprmiOID &oid);
+        /** A generated name, "rmi_" with broker and number, becomes a direct address without name. */
+        explicit TreflectObjectLocation(const TipprmiOID &oid);
+
+        bool hasOID() const override { return oid_.getIdString() != nullptr; }
+        TipprmiOID getOID() const override { return oid_; }
+        TreflectOrbId orbId() const override { return orbId_; }
+        unsigned getInternalOID() const override { return internalOid_; }
+        NamespaceId getNamespaceId() const override { return oid_.getNamespaceId(); }
+        TipprmiObjectSkeleton *getServer() const override { return server_; }
+
+    private:
+        friend class TreflectORB;
+        friend REFLECTORB_API TipprmiStream &operator>>(TipprmiStream &stream, TreflectObjectLocation &location);
+
+        unsigned internalOid_ = 0;
+        TreflectOrbId orbId_;
+        TipprmiOID oid_;
+        TipprmiObjectSkeleton *server_ = nullptr; // not owned
     };
 
     ~TreflectORB() override;
@@ -80,11 +122,44 @@ public:
     MetaData *getMetaData(unsigned classId);
     void destroyMetaData();
 
+    /**
+     * Sends a method call to the broker `target` and, if it is two-way, waits for the response, which `response` then
+     * reads. False, with an exception container of type 1 in `response`, if there is none: no such broker, it went
+     * away, or it could not handle the call. The run permission is given up meanwhile. Blocks as long as the target
+     * lives and does not answer, at most for the wait duration; then the unit is reset.
+     */
+    virtual bool forwardMsg(const TreflectOrbId &target, bool twoWay, TipprmiStream &request, TipprmiStream &response);
+    /** The same for a message that is complete but for its transaction id, kind and addresses. */
+    bool forwardMsg_(Transport::TerminationId target, bool twoWay, TreflectMessage &request,
+                     TipprmiStream &response) const;
+    bool waitingTooLongFor(const Transport::TerminationId &target, TreflectMessage request, int minutes) const;
+
+    /**
+     * Where the object is: by a generated name, here, or at another broker of the group, which are asked one after the
+     * other. Internal number 0: nowhere. Blocks as forwardMsg() does, once for each other broker.
+     */
+    virtual TreflectObjectLocation locateObject(const TipprmiOID &oid) const;
+    /** With the run permission, as unregisterObject(); always true. The object is told its number. */
+    virtual bool registerObject(TipprmiObjectSkeleton *object);
+    virtual bool unregisterObject(const TipprmiObjectSkeleton *object);
+    /** Asks one broker; the number of the object there, 0 if it has none. */
+    virtual unsigned resolve(const Transport::TerminationId &target, TipprmiOID oid) const;
+
+    /** Asks the broker for its counters; empty if it does not answer. */
+    PerfCntInfo getPerfCnts(const Transport::TerminationId &target);
+    /** Of all other brokers of the group, in the group's order. */
+    std::list<PerfCntMultInfo> getPerfCnts();
+    /** A summary in the log, at level 5; the argument is not used. */
+    void display(int);
+    /** The last messages in the log, at level 6. */
+    void dumpMessages();
+    /** Checks and describes a message in the log. */
+    void testInfoAboutMessage(const Transport::TerminationId &, const TreflectMessage &message, bool request) const;
+
     /** Minutes after which an unanswered request resets the unit. */
     unsigned waitDuration() const noexcept { return waitDuration_; }
     /** The transport's thread that called receive() last, 0 before. */
     unsigned long receivingThreadId() const noexcept { return receivingThreadId_.load(std::memory_order_relaxed); }
-    ReceiveCounts receiveCounts() const noexcept;
 
     /** Ends the actor: two lines, then abort. */
     [[noreturn]] void resetUnit() const;
@@ -101,22 +176,92 @@ public:
     static unsigned long getRunPermissionOwner();
     static HandlerThreadsType *handlerThreads();
 
+    /** The loop of a worker thread, until it retires. */
+    void dispatchEntry();
+
 private:
     friend class SingletonInstances;
+    friend class SingletonInstancesRemover;
+    class MessageQueue;
+    class forwardMsgCleanup;
+    struct Worker;
+
+    /** For dumpMessages(). */
+    struct ProcessedMessage {
+        unsigned methodCode = 0;
+        unsigned classCode = 0;
+        unsigned destination = 0;
+        unsigned sender = 0;
+        unsigned transactionId = 0;
+    };
+    using MessageLog = std::deque<ProcessedMessage>;
 
     explicit TreflectORB(const NamespaceId &ns);
 
-    mutable OSWrap::Mutex mutex_;
-    TransactionIds transactionIds_ RB_GUARDED_BY(mutex_);
-    std::atomic<unsigned long> receivingThreadId_{0};
-    std::map<unsigned, std::unique_ptr<MetaData>> metaData_;
-    TreflectOrbId orbId_; // this and the next: constant after construction
-    unsigned waitDuration_ = 0;
+    // Requests.
+    bool send(Transport::TerminationId target, bool twoWay, TreflectMessage &request, TipprmiStream &response) const;
+    enum class Entry { refused, exhausted, notEntered, entered };
+    Entry enter(OngoingRequest &request, Transport::TerminationId target, bool twoWay, TreflectMessage &message,
+                unsigned &id) const;
+    bool awaitResponse(OngoingRequest &own, Transport::TerminationId target, TreflectMessage &request,
+                       TipprmiStream &response) const;
+    void countRequest(Transport::TerminationId target, bool failed) const;
+    void endPendingRequests();
 
-    static constexpr unsigned kCountedKinds = 6; // the known ones; the first stands for all others
-    std::array<std::atomic<unsigned>, kCountedKinds> received_{};
-    std::atomic<unsigned> dropped_{0};
+    // Receiving.
+    OngoingRequest *takePending(Transport::TerminationId target);
+    void receiveResponse(const TreflectMessage &message, bool intact);
+    void queueMessage(const TreflectMessage &message);
+    bool startReflectWorker();
+    void startColleague();
+    void closeQueue();
+    bool isLeft() const;
+
+    // Dispatching.
+    using Dispatch = void (TreflectORB::*)(TipprmiStream &request, Worker &worker);
+    static const Dispatch kDispatch[];
+    bool nextMessage(TreflectMessage &message, bool firstPass);
+    void dispatch(TipprmiStream &request, Worker &worker);
+    void dispatchResolve(TipprmiStream &request, Worker &worker);
+    void dispatchCall(TipprmiStream &request, Worker &worker);
+    void dispatchCounters(TipprmiStream &request, Worker &worker);
+    void dispatchUnknown(TipprmiStream &request, Worker &worker);
+    bool respond(const TreflectMessage &request, TipprmiStream &response) const;
+    static void record(MessageLog &log, OSWrap::ConditionVar &lock, const ProcessedMessage &message);
+
+    // Locations.
+    TipprmiObjectSkeleton *findObject(unsigned internalOid) const;
+    TreflectObjectLocation locateLocalObject_(const TipprmiOID &oid) const;
+    TreflectObjectLocation locateRemoteObject_(const TipprmiOID &oid) const;
+
+    mutable OSWrap::Mutex mutex_;
+    std::map<unsigned, TipprmiObjectSkeleton *> objects_ RB_GUARDED_BY(mutex_);
+    mutable std::map<unsigned, OngoingRequest *> ongoingRequests_ RB_GUARDED_BY(mutex_);
+    mutable TransactionIds transactionIds_ RB_GUARDED_BY(mutex_);
+    mutable bool closing_ RB_GUARDED_BY(mutex_) = false; // no more requests
+    mutable std::atomic<unsigned> callers_{0};           // threads inside forwardMsg_
+    std::atomic<unsigned long> receivingThreadId_{0};
+    const std::unique_ptr<MessageQueue> queue_;
+    OSWrap::ConditionVar processedLock_{false};
+    MessageLog processed_ RB_GUARDED_BY(processedLock_);
+    OSWrap::ConditionVar receivedLock_{false};
+    MessageLog received_ RB_GUARDED_BY(receivedLock_);
+    std::map<unsigned, std::unique_ptr<MetaData>> metaData_; // with the run permission
+    TreflectOrbId orbId_;                                    // constant after construction, as waitDuration_
+    mutable std::map<Transport::TerminationId, InternalPerfCnts> counters_; // with the run permission
+    unsigned waitDuration_ = 0;
 };
+
+/** Target (in the order of the host), requests, failures. */
+REFLECTORB_API TipprmiStream &operator<<(TipprmiStream &stream, const TreflectORB::PerfCnts &counters);
+REFLECTORB_API TipprmiStream &operator>>(TipprmiStream &stream, TreflectORB::PerfCnts &counters);
+template <>
+struct TipprmiLeastSize<TreflectORB::PerfCnts> {
+    static constexpr unsigned value = 12;
+};
+
+/** The null location if the stream ends before it is complete. */
+REFLECTORB_API TipprmiStream &operator>>(TipprmiStream &stream, TreflectORB::TreflectObjectLocation &location);
 
 /** Makes the broker of namespace 1 early, so that the first remote call does not have to wait for it. */
 REFLECTORB_API void preCreateReflectOrb();

@@ -1,4 +1,5 @@
 #include "orb/Addressing_p.h"
+#include "orb/MessageQueue_p.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
 #include "orb/WaitDuration_p.h"
@@ -10,7 +11,8 @@
 
 // The base is built before there is an identifier that a report about the namespace could name.
 TreflectORB::TreflectORB(const NamespaceId &ns)
-    : TerminationImpl(Addressing::groupOf(ns, Addressing::Place::own(), 0), "") {
+    : TerminationImpl(Addressing::groupOf(ns, Addressing::Place::own(), 0), ""),
+      queue_(std::make_unique<MessageQueue>()) {
     waitDuration_ = readWaitDuration(waitDurationPath());
     orbId_ = convertId(termId());
     transactionIds_ = TransactionIds(orbId_);

@@ -1,13 +1,24 @@
+#include "objects/ObjectHandler.h"
+#include "orb/MessageQueue_p.h"
+#include "orb/OngoingRequest_p.h"
 #include "orb/REFLECT_orb.h"
+#include "orb/ReflectWorker_p.h"
 #include "orb/SingletonInstances_p.h"
+#include "platform/Lock.h"
 #include "platform/Log.h"
 #include "platform/Thread.h"
+#include "threads/HandlerState.h"
 
 #include <cstdlib>
+#include <new>
 
 namespace {
 
-constexpr const char *kSource = "REFLECT_orb";
+constexpr char kSource[] = "REFLECT_orb";
+constexpr std::size_t kLoggedMessages = 5;
+
+using Locked = OSWrap::Lock<OSWrap::Mutex>;
+using QueueLocked = OSWrap::Lock<OSWrap::ConditionVar>;
 
 } // namespace
 
@@ -15,7 +26,6 @@ bool TreflectORB::receive(const Transport::AddressedMessage &addressed) {
     SingletonInstances::Inside inside;
     receivingThreadId_.store(OSWrap::Thread::getCurrentId(), std::memory_order_relaxed);
     if (addressed.size() < TreflectMessage::kHeaderSize) {
-        dropped_.fetch_add(1, std::memory_order_relaxed);
         LogDispatch(3,
                     LogMakeString("ORB 0x%08X drops a message of %u bytes from 0x%08X", termId().value(),
                                   addressed.size(), addressed.originator().value()),
@@ -23,44 +33,154 @@ bool TreflectORB::receive(const Transport::AddressedMessage &addressed) {
         return true;
     }
     const TreflectMessage message(addressed);
-    const TreflectMessage::kind_t kind = message.kind();
-    if (kind == TreflectMessage::kReFai) {
+    switch (message.kind()) {
+    case TreflectMessage::kReFai:
         LogDispatch(0,
                     LogMakeString("ORB 0x%08X received response failure message from 0x%08X", termId().value(),
                                   message.originator().value()),
                     kSource);
         resetUnit();
+    case TreflectMessage::kResp:
+    case TreflectMessage::kNoDes:
+        receiveResponse(message, true);
+        break;
+    default:
+        queueMessage(message);
+        break;
     }
-    received_[kind < kCountedKinds ? static_cast<unsigned>(kind) : 0U].fetch_add(1, std::memory_order_relaxed);
-    LogDispatch(6,
-                LogMakeString("ORB 0x%08X received %s, %s of %u bytes from 0x%08X", termId().value(),
-                              TreflectMessage::typeToStr(message.type()).c_str(),
-                              TreflectMessage::kindToStr(kind).c_str(), message.size(), message.originator().value()),
-                kSource);
     return true;
 }
 
 bool TreflectORB::receiveError(const Transport::AddressedMessage &addressed) {
     TreflectMessage message(addressed);
     message.kind(TreflectMessage::kNoDes);
-    if (message.kind() != TreflectMessage::kNoDes && addressed.size() >= TreflectMessage::kHeaderSize) {
-        // No memory for a copy of its own. Under its old kind it would be taken for a message from somebody else.
-        LogDispatch(3, LogMakeString("ORB 0x%08X drops a returned message, no memory", termId().value()), kSource);
-        return true;
+    if (message.kind() == TreflectMessage::kNoDes || addressed.size() < TreflectMessage::kHeaderSize) {
+        return receive(message.addressed());
     }
-    return receive(message.addressed());
+    // No memory to mark a copy of it. The call that waits for it ends all the same.
+    SingletonInstances::Inside inside;
+    receivingThreadId_.store(OSWrap::Thread::getCurrentId(), std::memory_order_relaxed);
+    receiveResponse(message, false);
+    return true;
 }
 
-TreflectORB::ReceiveCounts TreflectORB::receiveCounts() const noexcept {
-    const auto count = [this](TreflectMessage::kind_t kind) { return received_[kind].load(std::memory_order_relaxed); };
-    ReceiveCounts counts;
-    counts.requests = count(TreflectMessage::kRequ);
-    counts.oneWay = count(TreflectMessage::kMsg);
-    counts.responses = count(TreflectMessage::kResp);
-    counts.undeliverable = count(TreflectMessage::kNoDes);
-    counts.otherKinds = count(TreflectMessage::kUndef);
-    counts.dropped = dropped_.load(std::memory_order_relaxed);
-    return counts;
+/** Who takes an entry out of the table hands it over; the thread that waits does not leave before it has. */
+void TreflectORB::receiveResponse(const TreflectMessage &message, bool intact) {
+    const unsigned id = message.transactionId();
+    OngoingRequest *request = nullptr;
+    {
+        Locked lock(mutex_);
+        const auto found = ongoingRequests_.find(id);
+        if (found != ongoingRequests_.end()) {
+            request = found->second;
+            ongoingRequests_.erase(found);
+        }
+    }
+    if (request == nullptr) {
+        LogDispatch(3,
+                    LogMakeString("ORB 0x%08X receives unexpected response (org=0x%08X, TransactionId=%X)",
+                                  termId().value(), message.originator().value(), id),
+                    kSource);
+        testInfoAboutMessage(termId(), message, true);
+        return;
+    }
+    auto *copy = intact ? new (std::nothrow) TreflectMessage(message) : nullptr;
+    if (copy == nullptr) { // without anything handed over the thread would wait for ever
+        LogDispatch(3, LogMakeString("ORB 0x%08X has no memory for the response to %X", termId().value(), id), kSource);
+        copy = OngoingRequest::disconnected();
+    }
+    request->reset(copy, id);
+}
+
+void TreflectORB::queueMessage(const TreflectMessage &message) {
+    bool start = false;
+    {
+        QueueLocked lock(*queue_);
+        if (queue_->closed) {
+            return;
+        }
+        start = queue_->idle == 0;
+        const bool wake = !start && queue_->messages.empty();
+        if (start) {
+            queue_->idle = 1;
+        }
+        try {
+            queue_->messages.push_back(message);
+        } catch (const std::bad_alloc &) {
+            queue_->idle -= start ? 1 : 0;
+            LogDispatch(3, LogMakeString("ORB 0x%08X drops a message, no memory", termId().value()), kSource);
+            return;
+        }
+        if (wake) {
+            queue_->signal();
+        }
+    }
+    if (start) {
+        startColleague();
+    }
+    ProcessedMessage entry;
+    entry.destination = message.destination().value();
+    entry.sender = message.originator().value();
+    entry.transactionId = message.transactionId();
+    record(received_, receivedLock_, entry);
+}
+
+/** The count of idle workers has been raised for the new one. Taken back if there is none, or nobody would ever be
+ *  started again. */
+void TreflectORB::startColleague() {
+    if (startReflectWorker()) {
+        return;
+    }
+    {
+        QueueLocked lock(*queue_);
+        --queue_->idle;
+    }
+    LogDispatch(3, LogMakeString("ORB 0x%08X cannot start a worker", termId().value()), kSource);
+}
+
+bool TreflectORB::startReflectWorker() {
+    {
+        QueueLocked lock(*queue_);
+        if (queue_->closed) {
+            return false;
+        }
+        ++queue_->workers;
+    }
+    auto *worker = new (std::nothrow) ReflectWorker(*this);
+    if (worker != nullptr) {
+        worker->deleteOnThreadTermination();
+        if (worker->start()) {
+            return true;
+        }
+    }
+    QueueLocked lock(*queue_);
+    --queue_->workers;
+    return false;
+}
+
+void TreflectORB::closeQueue() {
+    std::deque<TreflectMessage> dropped; // destroyed without the lock
+    QueueLocked lock(*queue_);
+    queue_->closed = true;
+    dropped.swap(queue_->messages);
+    queue_->broadcast();
+}
+
+/** Whether all threads have left: workers, and those that made requests. */
+bool TreflectORB::isLeft() const {
+    QueueLocked lock(*queue_);
+    return queue_->workers == 0 && callers_ == 0;
+}
+
+void TreflectORB::record(MessageLog &log, OSWrap::ConditionVar &lock, const ProcessedMessage &message) {
+    QueueLocked locked(lock);
+    try {
+        if (log.size() >= kLoggedMessages) {
+            log.pop_front();
+        }
+        log.push_back(message);
+    } catch (const std::bad_alloc &) { // one record less
+    }
 }
 
 void TreflectORB::resetUnit() const {
@@ -76,8 +196,31 @@ void TreflectORB::appeared(Transport::Termination &termination) {
                 kSource);
 }
 
+/** Ends the calls that wait for what is gone. */
 void TreflectORB::disappeare(Transport::Termination &termination) {
     SingletonInstances::Inside inside;
-    LogDispatch(5, LogMakeString("ORB 0x%08X sees 0x%08X disappear", termId().value(), termination.termId().value()),
-                kSource);
+    const Transport::TerminationId gone = termination.termId();
+    LogDispatch(5, LogMakeString("ORB 0x%08X sees 0x%08X disappear", termId().value(), gone.value()), kSource);
+    {
+        TreflectHandlerState state(true);
+        if (TreflectObjectHandler *handler = TreflectObjectHandler::getExisting()) {
+            handler->invalidateStubs(convertId(gone));
+        }
+    }
+    while (OngoingRequest *request = takePending(gone)) {
+        request->reset(OngoingRequest::disconnected(), gone);
+    }
+}
+
+/** One that waits for the target, out of the table; null if there is none left. */
+OngoingRequest *TreflectORB::takePending(Transport::TerminationId target) {
+    Locked lock(mutex_);
+    for (auto entry = ongoingRequests_.begin(); entry != ongoingRequests_.end(); ++entry) {
+        if (entry->second->toTerminationId() == target) {
+            OngoingRequest *const request = entry->second;
+            ongoingRequests_.erase(entry);
+            return request;
+        }
+    }
+    return nullptr;
 }

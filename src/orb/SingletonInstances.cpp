@@ -58,6 +58,15 @@ TreflectORB *SingletonInstances::get(NamespaceId ns) {
     return create(ns);
 }
 
+bool SingletonInstances::holds(const TreflectORB *orb) noexcept {
+    for (const Slot &slot : slots_) {
+        if (slot.orb.load(std::memory_order_acquire) == orb) {
+            return orb != nullptr;
+        }
+    }
+    return false;
+}
+
 TreflectORB *SingletonInstances::create(NamespaceId ns) {
     const unsigned long self = OSWrap::Thread::getCurrentId();
     if (creator_.load() == self) {
@@ -159,9 +168,12 @@ bool SingletonInstancesRemover::removeOne(SingletonInstances::Slot &slot) {
     if (orb == nullptr) {
         return true;
     }
+    // Who waits for an answer, or for work, is told first: such a thread may be what stop() waits for.
+    orb->endPendingRequests();
+    orb->closeQueue();
     orb->stop();
     slot.orb.store(nullptr);
-    if (SingletonInstances::Inside::thisThread() || !drained(slot)) {
+    if (SingletonInstances::Inside::thisThread() || !drained(slot, *orb)) {
         slot.leaked = orb;
         return false;
     }
@@ -169,9 +181,9 @@ bool SingletonInstancesRemover::removeOne(SingletonInstances::Slot &slot) {
     return true;
 }
 
-bool SingletonInstancesRemover::drained(const SingletonInstances::Slot &slot) {
+bool SingletonInstancesRemover::drained(const SingletonInstances::Slot &slot, const TreflectORB &orb) {
     const OSWrap::TimeSpec limit = OSWrap::Clock::getObsTime() + kDrainLimit;
-    while (slot.pins.load() != 0) {
+    while (slot.pins.load() != 0 || !orb.isLeft()) {
         if (OSWrap::Clock::getObsTime() > limit) {
             return false;
         }

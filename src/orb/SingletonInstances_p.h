@@ -19,6 +19,8 @@ public:
 
     /** See TreflectORB::getInstance(). */
     static TreflectORB *get(NamespaceId ns);
+    /** Whether this is one of the brokers, which it is no more once it was removed. */
+    static bool holds(const TreflectORB *orb) noexcept;
 
     /**
      * Keeps a broker from being destroyed during the scope, so that a thread which happens to use it while another one
@@ -83,5 +85,5 @@ public:
 private:
     /** False: it was still in use. */
     static bool removeOne(SingletonInstances::Slot &slot);
-    static bool drained(const SingletonInstances::Slot &slot);
+    static bool drained(const SingletonInstances::Slot &slot, const TreflectORB &orb);
 };

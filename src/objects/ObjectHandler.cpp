@@ -1,0 +1,133 @@
+#include "objects/ObjectHandler.h"
+
+#include "orb/REFLECT_orb.h"
+#include "threads/HandlerState.h"
+
+#include <new>
+
+std::atomic<TreflectObjectHandler *> TreflectObjectHandler::instance_{nullptr};
+
+TreflectObjectHandler::TreflectObjectInvalidStub::~TreflectObjectInvalidStub() = default;
+
+TreflectObjectHandler *TreflectObjectHandler::getInstance() {
+    if (TreflectObjectHandler *handler = getExisting()) {
+        return handler;
+    }
+    TreflectHandlerState state(true);
+    if (getExisting() == nullptr) {
+        instance_.store(new (std::nothrow) TreflectObjectHandler, std::memory_order_release);
+    }
+    return getExisting();
+}
+
+/** Two references, so that it never counts down to nothing. */
+TreflectObjectHandler::TreflectObjectHandler() {
+    invalidStub_.incRefCount();
+    stubs_.insert(&invalidStub_);
+    adoptStub(TipprmiOID(nullptr, NamespaceId(1)));
+}
+
+TreflectObjectStub *TreflectObjectHandler::adoptStub(const TreflectORB *, const TipprmiOID &oid) {
+    return adoptStub(oid);
+}
+
+TreflectObjectStub *TreflectObjectHandler::adoptStub(const TipprmiOID &oid) {
+    if (oid.getIdString() == nullptr) {
+        TreflectHandlerState state(true);
+        invalidStub_.incRefCount();
+        return &invalidStub_;
+    }
+    // In the caller's own state: this may block.
+    const TreflectORB *orb = TreflectORB::getInstance(NamespaceId(1));
+    return adoptStub(orb != nullptr ? orb->locateObject(oid)
+                                    : TreflectORB::TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid));
+}
+
+TreflectObjectStub *TreflectObjectHandler::adoptStub(const TreflectObjectLocationIf &location) {
+    TreflectHandlerState state(true);
+    const bool nothing = !location.hasOID() && location.getInternalOID() == 0 && location.orbId().value() == 0 &&
+                         location.getServer() == nullptr;
+    TreflectObjectStub *const stub = nothing ? &invalidStub_ : findOrMake(location);
+    if (stub != nullptr) {
+        stub->incRefCount();
+        checkConnect(stub);
+    }
+    return stub;
+}
+
+TreflectObjectStub *TreflectObjectHandler::findOrMake(const TreflectObjectLocationIf &location) {
+    TreflectObjectStub *stub = nullptr;
+    if (location.hasOID() || location.getNamespaceId() == 1U) {
+        stub = stubs_.find(location);
+    } else { // a stub without name has namespace 1
+        stub = stubs_.find(TreflectORB::TreflectObjectLocation(
+            location.getInternalOID(), location.orbId(), location.getServer(), TipprmiOID(nullptr, NamespaceId(1))));
+    }
+    if (stub == &invalidStub_ && location.getServer() != nullptr) {
+        stub = nullptr; // an object that is not registered: it gets a stub of its own
+    }
+    if (stub != nullptr) {
+        if (stub->getServer() == nullptr && location.getServer() != nullptr) {
+            stub->setServer(location.getServer()); // it came from a message, which cannot know
+        }
+        return stub;
+    }
+    stub = new (std::nothrow) TreflectObjectStub(location);
+    if (stub != nullptr && !stubs_.insert(stub)) {
+        delete stub;
+        return nullptr;
+    }
+    return stub;
+}
+
+TreflectObjectStub *TreflectObjectHandler::adoptStub(TreflectObjectStub *stub) {
+    if (stub != nullptr) {
+        TreflectHandlerState state(true);
+        stub->incRefCount();
+        checkConnect(stub);
+    }
+    return stub;
+}
+
+void TreflectObjectHandler::releaseStub(TreflectObjectStub *stub) {
+    if (stub == nullptr) {
+        return;
+    }
+    TreflectHandlerState state(true);
+    if (stub->decRefCount() && stub != &invalidStub_) {
+        stubs_.erase(stub);
+        delete stub;
+    }
+}
+
+void TreflectObjectHandler::checkConnect(TreflectObjectStub *stub) {
+    if (stub != &invalidStub_ && stub->hasOID() && !stub->isConnected()) {
+        stub->connect(nullptr, stub->getOID());
+    }
+}
+
+void TreflectObjectHandler::invalidateStubs(const TreflectOrbId &orb) {
+    TreflectHandlerState state(true);
+    stubs_.invalidateStubs(
+        [&](const TreflectObjectStub &stub) { return &stub != &invalidStub_ && stub.orbId() == orb; });
+}
+
+void TreflectObjectHandler::invalidateStubs(const TipprmiObjectSkeleton *object) {
+    TreflectHandlerState state(true);
+    stubs_.invalidateStubs([object](const TreflectObjectStub &stub) { return stub.getServer() == object; });
+}
+
+bool TreflectObjectHandler::isInvalidStub(const TreflectObjectStub &stub) noexcept {
+    const TreflectObjectHandler *handler = getExisting();
+    return handler != nullptr && &stub == &handler->invalidStub_;
+}
+
+void TreflectObjectHandler::changeKey(TreflectObjectStub &stub, const std::function<void()> &change) {
+    TreflectHandlerState state(true);
+    TreflectObjectHandler *const handler = getExisting();
+    const bool known = handler != nullptr && handler->stubs_.erase(&stub);
+    change();
+    if (known && !handler->stubs_.insert(&stub)) {
+        stub.setInvalid(); // it can be found no more
+    }
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "objects/ObjectStubContainer.h"
+#include "platform/Export.h"
+
+#include <atomic>
+#include <functional>
+
+/**
+ * Owns the stubs of the process: one for each location, counted, deleted with the last reference. Every operation takes
+ * the run permission for its time. One object, made on first use and never destroyed.
+ */
+class REFLECTORB_API TreflectObjectHandler {
+public:
+    /** Stands for the absence of an object; in its own way a stub like others, so that it can travel in messages. */
+    class TreflectObjectInvalidStub : public TreflectObjectStub {
+    public:
+        TreflectObjectInvalidStub() { setOID(TipprmiOID("InvalidStub", NamespaceId(1))); }
+        ~TreflectObjectInvalidStub() override;
+    };
+
+    /** Null only if memory is short. */
+    static TreflectObjectHandler *getInstance();
+    /** Does not make it. */
+    static TreflectObjectHandler *getExisting() noexcept { return instance_.load(std::memory_order_acquire); }
+
+    TreflectObjectHandler(const TreflectObjectHandler &) = delete;
+    TreflectObjectHandler &operator=(const TreflectObjectHandler &) = delete;
+
+    /** Each gives one reference to the caller, which releaseStub() ends; null only if memory is short. The invalid stub
+     *  for a name that is none. A name is looked up, which may block; so may an attempt to connect a stub that is not.
+     */
+    TreflectObjectStub *adoptStub(const TreflectORB *orb, const TipprmiOID &oid);
+    TreflectObjectStub *adoptStub(const TipprmiOID &oid);
+    TreflectObjectStub *adoptStub(const TreflectObjectLocationIf &location);
+    TreflectObjectStub *adoptStub(TreflectObjectStub *stub);
+    void releaseStub(TreflectObjectStub *stub);
+    /** Those of a broker that is gone. */
+    void invalidateStubs(const TreflectOrbId &orb);
+    /** Those of an object of this process that is gone. */
+    void invalidateStubs(const TipprmiObjectSkeleton *object);
+
+    static bool isInvalidStub(const TreflectObjectStub &stub) noexcept;
+    /** For changes of what a stub is sorted by: takes it out of the container meanwhile. With the run permission. */
+    static void changeKey(TreflectObjectStub &stub, const std::function<void()> &change);
+
+private:
+    TreflectObjectHandler();
+    ~TreflectObjectHandler() = default;
+    void checkConnect(TreflectObjectStub *stub);
+    TreflectObjectStub *findOrMake(const TreflectObjectLocationIf &location);
+
+    static std::atomic<TreflectObjectHandler *> instance_;
+    TreflectObjectStubContainer stubs_; // with the run permission
+    TreflectObjectInvalidStub invalidStub_;
+};

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "objects/REFLECT_objectStub.h"
+
+#include <map>
+
+/**
+ * All stubs of the process, by location. Several may have the same one: an invalid stub and its successors. Sorted by
+ * an order that also places named and nameless locations of one object; equal are those which the order of locations
+ * does not tell apart.
+ */
+class TreflectObjectStubContainer {
+public:
+    /** The first valid one; null if there is none. */
+    TreflectObjectStub *find(const TreflectObjectLocationIf &location) const;
+    /** False if memory is short. */
+    bool insert(TreflectObjectStub *stub);
+    /** True if it was there. */
+    bool erase(TreflectObjectStub *stub);
+    /** `hits(stub)` decides which become invalid. They stay here. */
+    template <class Hits>
+    void invalidateStubs(const Hits &hits) {
+        for (const auto &[key, stub] : stubs_) {
+            if (hits(*stub)) {
+                stub->setInvalid();
+            }
+        }
+    }
+
+private:
+    struct Order {
+        bool operator()(const TreflectObjectLocationIf *a, const TreflectObjectLocationIf *b) const;
+    };
+    using Stubs = std::multimap<const TreflectObjectLocationIf *, TreflectObjectStub *, Order>;
+    Stubs stubs_;
+};

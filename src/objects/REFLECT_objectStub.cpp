@@ -1,0 +1,313 @@
+#include "objects/REFLECT_objectStub.h"
+
+#include "objects/ObjectHandler.h"
+#include "orb/CallFailure_p.h"
+#include "orb/REFLECT_orb.h"
+#include "platform/Log.h"
+#include "rmi/IPPRMI_objectSkeleton.h"
+#include "threads/HandlerState.h"
+
+#include <cstdint>
+
+namespace {
+
+constexpr char kSource[] = "REFLECT_objectStub";
+constexpr int kCallSize = 100;
+constexpr unsigned kSetContainer = 2100;
+constexpr unsigned kGetContainer = 2101;
+
+TipprmiObjectSkeleton *invalidMark() noexcept {
+    return reinterpret_cast<TipprmiObjectSkeleton *>(~std::uintptr_t{0});
+}
+
+TipprmiOID noName() {
+    return TipprmiOID(nullptr, NamespaceId(1));
+}
+
+const void *address(const void *pointer) noexcept {
+    return pointer;
+}
+
+} // namespace
+
+TreflectObjectStub::TreflectObjectStub() : TipprmiObjectBase(noName(), 0) {}
+
+TreflectObjectStub::TreflectObjectStub(const TreflectObjectLocationIf &location)
+    : TipprmiObjectBase(location.hasOID() ? location.getOID() : noName(), location.getInternalOID()),
+      orbId_(location.orbId()), object_(location.getServer()) {
+    if (TreflectObjectStub::getInternalOID() == 0 && !TreflectObjectStub::hasOID()) {
+        LogDispatch(3,
+                    LogMakeString("TreflectObjectStub(ol) this=0x%p,object=%p,oid=NULL,ioid=%X,orbId=0x%X",
+                                  address(this), address(object_), 0U, orbId_.value()),
+                    kSource);
+    }
+}
+
+TreflectObjectStub::TreflectObjectStub(TipprmiObjectSkeleton *object)
+    : TipprmiObjectBase(object->hasOID() ? object->getOID() : noName(), object->getInternalOID()),
+      orbId_(object->orbId()), object_(object) {
+    if (TreflectObjectStub::getInternalOID() == 0) {
+        LogDispatch(3,
+                    LogMakeString("TreflectObjectStub(object) this=0x%p,object=%p,ioid=%X,orbId=0x%X", address(this),
+                                  address(object_), 0U, orbId_.value()),
+                    kSource);
+    }
+}
+
+TreflectObjectStub::TreflectObjectStub(const TreflectObjectStub &other)
+    : TreflectObjectLocationIf(other), TipprmiObjectBase(other), orbId_(other.orbId_), object_(other.object_) {
+    if (TreflectObjectStub::getInternalOID() == 0) {
+        LogDispatch(3,
+                    LogMakeString("TreflectObjectStub(other) this=0x%p,object=%p,ioid=%X,orbId=0x%X", address(this),
+                                  address(object_), 0U, orbId_.value()),
+                    kSource);
+    }
+}
+
+TreflectObjectStub &TreflectObjectStub::operator=(const TreflectObjectStub &other) {
+    if (this == &other) {
+        return *this;
+    }
+    TreflectObjectHandler::changeKey(*this, [&] {
+        TipprmiObjectBase::operator=(other);
+        object_ = other.object_;
+        orbId_ = other.orbId_;
+    });
+    if (getInternalOID() == 0) {
+        LogDispatch(3, LogMakeString("operator=() object=%p,ioid=%X,orbId=0x%X", address(object_), 0U, orbId_.value()),
+                    kSource);
+    }
+    return *this;
+}
+
+TreflectObjectStub::~TreflectObjectStub() = default;
+
+bool TreflectObjectStub::hasOID() const {
+    return TipprmiObjectBase::hasOID();
+}
+TipprmiOID TreflectObjectStub::getOID() const {
+    return TipprmiObjectBase::getOID();
+}
+TreflectOrbId TreflectObjectStub::orbId() const {
+    return orbId_;
+}
+unsigned TreflectObjectStub::getInternalOID() const {
+    return TipprmiObjectBase::getInternalOID();
+}
+NamespaceId TreflectObjectStub::getNamespaceId() const {
+    return TipprmiObjectBase::getNamespaceId();
+}
+
+TipprmiObjectSkeleton *TreflectObjectStub::getServer() const {
+    return isValid() ? object_ : nullptr;
+}
+
+void TreflectObjectStub::setInvalid() noexcept {
+    object_ = invalidMark();
+}
+
+bool TreflectObjectStub::isValid() const noexcept {
+    return object_ != invalidMark();
+}
+
+bool TreflectObjectStub::isConnected() const {
+    return isValid() && getInternalOID() != 0;
+}
+
+std::string TreflectObjectStub::className() const {
+    return "TreflectObjectStub";
+}
+
+// --- where the object is --------------------------------------------------------------------------------------------
+
+void TreflectObjectStub::connect(const TreflectORB *, const TipprmiOID &oid) {
+    if (!isValid()) {
+        return;
+    }
+    const TipprmiOID name = oid; // which may be our own
+    const TreflectORB *orb = TreflectORB::getInstance(name.getNamespaceId());
+    if (orb == nullptr) {
+        return;
+    }
+    const TreflectORB::TreflectObjectLocation location = orb->locateObject(name);
+    TreflectHandlerState state(true);
+    if (!isValid()) { // its broker may have gone while we waited
+        return;
+    }
+    TreflectObjectHandler::changeKey(*this, [&] {
+        setOID(name);
+        setInternalOID(location.getInternalOID());
+        orbId_ = location.orbId();
+        object_ = location.getServer();
+    });
+}
+
+void TreflectObjectStub::connect(const TipprmiOID &oid) {
+    connect(nullptr, oid);
+}
+
+void TreflectObjectStub::connect(TipprmiObjectSkeleton *object) {
+    TreflectHandlerState state(true);
+    TreflectObjectHandler::changeKey(*this, [&] {
+        object_ = object;
+        if (object != nullptr) {
+            setOID(object->hasOID() ? object->getOID() : noName());
+            setInternalOID(object->getInternalOID());
+            orbId_ = object->orbId();
+        } else {
+            setOID(noName());
+            setInternalOID(0);
+        }
+    });
+}
+
+// --- calls ----------------------------------------------------------------------------------------------------------
+
+unsigned TreflectObjectStub::localOrbId() const {
+    const TreflectORB *orb = TreflectORB::getInstance(getNamespaceId());
+    return orb != nullptr ? orb->orbId().value() : 0;
+}
+
+void TreflectObjectStub::prepareRequestStream(bool transaction, unsigned cc, unsigned mc,
+                                              TipprmiStream &request) const {
+    prepareRequestStream_(transaction, cc, mc, request);
+}
+
+void TreflectObjectStub::prepareResponseStream(bool transaction, TipprmiStream &response) const {
+    prepareResponseStream_(transaction, response);
+}
+
+void TreflectObjectStub::prepareRequestStream_(bool transaction, unsigned cc, unsigned mc,
+                                               TipprmiStream &request) const {
+    if (!isValid()) {
+        LogDispatch(
+            4,
+            LogMakeString("prepareRequestStream_(this=0x%p,cc=0x%X,mc=%d,orbId=%X) to stub object set to invalid",
+                          address(this), cc, static_cast<int>(mc), orbId_.value()),
+            kSource);
+        return;
+    }
+    request.clear();
+    if (getServer() != nullptr) {
+        return; // a call in this process has no head
+    }
+    if (getInternalOID() == 0) {
+        LogDispatch(
+            6,
+            LogMakeString("prepareRequestStream_(this=0x%p,cc=0x%X,mc=%d,orbId=%X) to non connected stub object",
+                          address(this), cc, static_cast<int>(mc), localOrbId()),
+            kSource);
+        if (hasOID() && !TreflectObjectHandler::isInvalidStub(*this)) {
+            const_cast<TreflectObjectStub *>(this)->connect(getOID());
+        }
+        if (getServer() != nullptr) {
+            return; // it has turned up in this process
+        }
+    }
+    request << getInternalOID() << transaction << cc << mc;
+}
+
+void TreflectObjectStub::prepareResponseStream_(bool transaction, TipprmiStream &response) const {
+    if (!transaction) {
+        return;
+    }
+    TipprmiExceptionContainer container;
+    response >> container;
+    if (container.getExceptionType() == TipprmiGeneralException::getExceptionClassType()) {
+        response.stopUnmarshalling();
+    }
+}
+
+bool TreflectObjectStub::forwardMsg(const TreflectOrbId &orb, bool transaction, TipprmiStream &request,
+                                    TipprmiStream &response) const {
+    TreflectORB *const own = TreflectORB::getInstance(NamespaceId(1));
+    if (own == nullptr) {
+        return false;
+    }
+    return own->forwardMsg(orb, transaction, request, response);
+}
+
+bool TreflectObjectStub::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
+                                  TipprmiStream &response) const {
+    if (!isValid()) {
+        LogDispatch(4,
+                    LogMakeString("dispatch(this=0x%p,cc=0x%X,mc=%d,orbId=%X) request to stub object set to invalid",
+                                  address(this), cc, static_cast<int>(mc), localOrbId()),
+                    kSource);
+        writeCallFailure(response);
+        return false;
+    }
+    if (TipprmiObjectSkeleton *object = getServer()) {
+        const bool result = object->dispatch(transaction, cc, mc, request, response);
+        if (!result) {
+            LogDispatch(3,
+                        LogMakeString("dispatch(this=0x%p,cc=0x%X,mc=%d,orbId=%X) to object failed", address(this), cc,
+                                      static_cast<int>(mc), localOrbId()),
+                        kSource);
+        }
+        return result;
+    }
+    if (getInternalOID() != 0) {
+        const bool result = forwardMsg(orbId_, transaction, request, response);
+        if (!result) {
+            LogDispatch(3, "Message forwarding failed", kSource);
+            writeCallFailure(response);
+        }
+        return result;
+    }
+    LogDispatch(6,
+                LogMakeString("dispatch(this=0x%p,cc=0x%X,mc=%d,orbId=%X) request to invalid stub object",
+                              address(this), cc, static_cast<int>(mc), localOrbId()),
+                kSource);
+    writeCallFailure(response);
+    return false;
+}
+
+void TreflectObjectStub::setExceptionContainer(const TipprmiExceptionContainer &container) const {
+    if (!isValid()) {
+        return;
+    }
+    if (const TipprmiObjectSkeleton *object = getServer()) {
+        object->setExceptionContainer(container);
+        return;
+    }
+    TipprmiStream request(kCallSize);
+    TipprmiStream response(kCallSize);
+    prepareRequestStream_(true, 0, kSetContainer, request);
+    request << container;
+    dispatch(true, 0, kSetContainer, request, response);
+    prepareResponseStream_(true, response);
+    if (response.hasUnmarshallingFailed()) {
+        response.printUnmarshallError(0, kGetContainer);
+    }
+}
+
+TipprmiExceptionContainer TreflectObjectStub::getExceptionContainer() const {
+    TipprmiExceptionContainer container;
+    if (!isValid()) {
+        container.setExceptionType(TipprmiGeneralException::getExceptionClassType());
+        container.setExceptionData(TipprmiGeneralException(0));
+        return container;
+    }
+    if (const TipprmiObjectSkeleton *object = getServer()) {
+        return object->getExceptionContainer();
+    }
+    TipprmiStream request(kCallSize);
+    TipprmiStream response(kCallSize);
+    prepareRequestStream_(true, 0, kGetContainer, request);
+    dispatch(true, 0, kGetContainer, request, response);
+    prepareResponseStream_(true, response);
+    response >> container;
+    if (response.hasUnmarshallingFailed()) {
+        response.printUnmarshallError(0, kGetContainer);
+    }
+    return container;
+}
+
+bool operator==(const TreflectObjectStub &a, const TreflectObjectStub &b) {
+    if (a.hasOID() && b.hasOID()) {
+        return a.getOID() == b.getOID();
+    }
+    return a.getInternalOID() == b.getInternalOID() && a.orbId() == b.orbId() &&
+           a.getNamespaceId() == b.getNamespaceId() && a.isValid() == b.isValid() && a.getServer() == b.getServer();
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "orb/ObjectLocation.h"
+#include "platform/Export.h"
+#include "rmi/IPPRMI_objectBase.h"
+
+#include <string>
+
+class TreflectORB;
+
+/**
+ * What all handles of one object share: where it lives. Here, it calls the object directly; elsewhere, it sends
+ * requests by way of the broker of namespace 1. A stub whose object went away is invalid, and stays it. Made, counted
+ * and deleted by the TreflectObjectHandler. With the run permission.
+ */
+class REFLECTORB_API TreflectObjectStub : public TreflectObjectLocationIf, public TipprmiObjectBase {
+public:
+    TreflectObjectStub();
+    explicit TreflectObjectStub(const TreflectObjectLocationIf &location);
+    explicit TreflectObjectStub(TipprmiObjectSkeleton *object);
+    TreflectObjectStub(const TreflectObjectStub &other);
+    /** The count of references stays. */
+    TreflectObjectStub &operator=(const TreflectObjectStub &other);
+    ~TreflectObjectStub() override;
+
+    bool hasOID() const override;
+    TipprmiOID getOID() const override;
+    TreflectOrbId orbId() const override;
+    unsigned getInternalOID() const override;
+    NamespaceId getNamespaceId() const override;
+    TipprmiObjectSkeleton *getServer() const override;
+    virtual bool forwardMsg(const TreflectOrbId &orb, bool transaction, TipprmiStream &request,
+                            TipprmiStream &response) const;
+    bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
+                  TipprmiStream &response) override {
+        return static_cast<const TreflectObjectStub *>(this)->dispatch(transaction, cc, mc, request, response);
+    }
+    /** False, and an exception of type 1 in `response`, if the object cannot be reached. */
+    bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
+                  TipprmiStream &response) const override;
+
+    /** Looks the object up again; an invalid stub stays as it is. The broker is not used. */
+    virtual void connect(const TreflectORB *orb, const TipprmiOID &oid);
+    virtual void connect(const TipprmiOID &oid);
+    /** Makes the stub stand for an object of this process, or for none. */
+    virtual void connect(TipprmiObjectSkeleton *object);
+    virtual bool isConnected() const;
+    virtual std::string className() const;
+    void setExceptionContainer(const TipprmiExceptionContainer &container) const override;
+    TipprmiExceptionContainer getExceptionContainer() const override;
+
+    void incRefCount() noexcept { ++refCount_; }
+    /** True when the last reference went. */
+    bool decRefCount() noexcept { return --refCount_ < 1; }
+    int refCount() const noexcept { return refCount_; }
+    void setInvalid() noexcept;
+    bool isValid() const noexcept;
+    /** Takes the object of this process over that it stands for. */
+    void setServer(TipprmiObjectSkeleton *object) noexcept { object_ = object; }
+
+    /** Empties `request` and writes the head of a call, for a call to another actor; connects first if need be. */
+    void prepareRequestStream(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request) const;
+    void prepareResponseStream(bool transaction, TipprmiStream &response) const;
+
+private:
+    void prepareRequestStream_(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request) const;
+    void prepareResponseStream_(bool transaction, TipprmiStream &response) const;
+    unsigned localOrbId() const;
+
+    TreflectOrbId orbId_;
+    TipprmiObjectSkeleton *object_ = nullptr; // not owned; a mark of its own when invalid
+    int refCount_ = 0;
+};
+
+/** By name if both have one, else by all the rest. */
+REFLECTORB_API bool operator==(const TreflectObjectStub &a, const TreflectObjectStub &b);
+inline bool operator!=(const TreflectObjectStub &a, const TreflectObjectStub &b) {
+    return !(a == b);
+}

@@ -1,0 +1,168 @@
+#include "orb/CallFailure_p.h"
+#include "orb/MessageQueue_p.h"
+#include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
+#include "platform/IdInfo.h"
+#include "platform/Lock.h"
+#include "platform/Log.h"
+#include "platform/OSWrap.h"
+#include "platform/TransportLayer.h"
+#include "rmi/IPPRMI_objectSkeleton.h"
+#include "threads/HandlerState.h"
+
+namespace {
+
+constexpr char kSource[] = "REFLECT_orb";
+constexpr unsigned kResponseSize = 104;
+constexpr unsigned kTooManyIdle = 4;
+constexpr OSWrap::TimeSpec kQueueStep(10);
+
+using QueueLocked = OSWrap::Lock<OSWrap::ConditionVar>;
+
+} // namespace
+
+/** What a worker keeps from one message to the next. */
+struct TreflectORB::Worker {
+    bool outcome = false; // of the last method
+};
+
+const TreflectORB::Dispatch TreflectORB::kDispatch[] = {
+    &TreflectORB::dispatchUnknown, &TreflectORB::dispatchResolve,  &TreflectORB::dispatchCall,
+    &TreflectORB::dispatchUnknown, &TreflectORB::dispatchUnknown,  &TreflectORB::dispatchUnknown,
+    &TreflectORB::dispatchUnknown, &TreflectORB::dispatchUnknown,  &TreflectORB::dispatchUnknown,
+    &TreflectORB::dispatchUnknown, &TreflectORB::dispatchCounters,
+};
+
+void TreflectORB::dispatchEntry() {
+    struct Leaving {
+        MessageQueue &queue;
+        ~Leaving() {
+            OSWrap::DisableCancelStateGuard uncancelled;
+            QueueLocked lock(queue);
+            --queue.workers;
+            queue.broadcast(); // under the lock: with it released the broker may be gone
+        }
+    } leaving{*queue_};
+    SingletonInstances::Inside inside;
+    TreflectHandlerState state(true);
+    Worker worker;
+    TreflectMessage message;
+    for (bool firstPass = true; nextMessage(message, firstPass); firstPass = false) {
+        // The stream ends with the pass: an idle worker must not keep a large message.
+        TipprmiStream request(std::move(message), false);
+        dispatch(request, worker);
+    }
+}
+
+/** Waits without the run permission. False: the worker retires. */
+bool TreflectORB::nextMessage(TreflectMessage &message, bool firstPass) {
+    TreflectReleaseHandlerState released;
+    bool start = false;
+    {
+        QueueLocked lock(*queue_);
+        if (!firstPass) {
+            ++queue_->idle; // for the first pass whoever started the worker has counted it
+        }
+        if (queue_->idle >= kTooManyIdle) {
+            --queue_->idle;
+            return false;
+        }
+        while (queue_->messages.empty() && !queue_->closed) {
+            queue_->wait(kQueueStep);
+        }
+        --queue_->idle;
+        if (queue_->closed) {
+            return false;
+        }
+        message = std::move(queue_->messages.front());
+        queue_->messages.pop_front();
+        if (!queue_->messages.empty() && queue_->idle != 0) {
+            queue_->signal();
+        } else if (!queue_->messages.empty()) {
+            ++queue_->idle;
+            start = true;
+        }
+    }
+    if (start) {
+        startColleague();
+    }
+    return true;
+}
+
+void TreflectORB::dispatch(TipprmiStream &request, Worker &worker) {
+    const unsigned type = request.msg().type();
+    const bool known = type < sizeof kDispatch / sizeof kDispatch[0];
+    (this->*(known ? kDispatch[type] : &TreflectORB::dispatchUnknown))(request, worker);
+}
+
+bool TreflectORB::respond(const TreflectMessage &request, TipprmiStream &response) const {
+    response.msg().originator() = termId();
+    const Transport::TerminationPtr caller = Transport::TransportLayer::getTermination(request.originator());
+    return caller && caller->issue(response.msg().addressed());
+}
+
+void TreflectORB::dispatchResolve(TipprmiStream &request, Worker &) {
+    TipprmiStream response(allocateResponse(request.msg(), kResponseSize), true);
+    TipprmiOID oid(nullptr, NamespaceId(1));
+    request >> oid;
+    response << locateLocalObject_(oid).getInternalOID();
+    if (!respond(request.msg(), response)) {
+        LogDispatch(3, "Sending resolve response message failed rc=0", kSource);
+    }
+}
+
+void TreflectORB::dispatchCall(TipprmiStream &request, Worker &worker) {
+    unsigned ioid = 0;
+    bool transaction = false;
+    unsigned cc = 0;
+    unsigned mc = 0;
+    request >> ioid >> transaction >> cc >> mc;
+    TipprmiStream response(allocateResponse(request.msg(), kResponseSize), true);
+    TipprmiObjectSkeleton *const object = findObject(ioid);
+    if (object != nullptr) {
+        worker.outcome = object->dispatch(transaction, cc, mc, request, response); // which may have deleted the object
+    } else {
+        LogDispatch(3,
+                    LogMakeString("ioid=0x%X,transaction=%s,classCode=0x%X,methodCode=%d", ioid,
+                                  transaction ? "true" : "false", cc, static_cast<int>(mc)),
+                    kSource);
+    }
+    if (transaction && (object == nullptr || !worker.outcome)) {
+        response.clear(); // of what the method may have written before it gave up
+        writeCallFailure(response);
+    }
+    if (!worker.outcome) {
+        LogDispatch(3, "Handling request message failed rc=0", kSource);
+    }
+    if (!transaction) {
+        return;
+    }
+    if (!respond(request.msg(), response)) {
+        LogDispatch(3, "Sending response message failed rc=0", kSource);
+    }
+    ProcessedMessage entry;
+    entry.methodCode = mc;
+    entry.classCode = cc;
+    entry.destination = termId().value();
+    entry.sender = request.msg().originator().value();
+    record(processed_, processedLock_, entry);
+}
+
+void TreflectORB::dispatchCounters(TipprmiStream &request, Worker &) {
+    TipprmiStream response(allocateResponse(request.msg(), kResponseSize), true);
+    TipprmiSequence<PerfCnts> counters;
+    for (const auto &[target, counted] : counters_) {
+        counters.push_back({target, counted.requests, counted.failures});
+    }
+    response << Transport::IdInfo::getActor() << counters;
+    if (!respond(request.msg(), response)) {
+        LogDispatch(3, "Sending response message failed rc=0", kSource);
+    }
+}
+
+void TreflectORB::dispatchUnknown(TipprmiStream &request, Worker &) {
+    LogDispatch(3,
+                LogMakeString("ORB 0x%08X received request of unknown type (rorg=%X, rdes=%X)", termId().value(),
+                              request.msg().originator().value(), request.msg().destination().value()),
+                kSource);
+}

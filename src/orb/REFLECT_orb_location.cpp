@@ -1,0 +1,113 @@
+#include "orb/REFLECT_orb.h"
+#include "platform/Lock.h"
+#include "platform/TransportLayer.h"
+#include "rmi/IPPRMI_exception.h"
+#include "rmi/IPPRMI_objectSkeleton.h"
+#include "threads/HandlerState.h"
+
+#include <cstdint>
+#include <exception>
+
+namespace {
+
+constexpr unsigned kRequestSize = 100;
+constexpr unsigned kResponseSize = 104;
+constexpr unsigned kNoAnswer = 0x660006;
+
+using Locked = OSWrap::Lock<OSWrap::Mutex>;
+
+} // namespace
+
+/** The number is the object's address cut to 32 bits; if that is nothing or another object's, the next one above. */
+bool TreflectORB::registerObject(TipprmiObjectSkeleton *object) {
+    if (object == nullptr) {
+        return true;
+    }
+    unregisterObject(object);
+    auto id = static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(object) & 0xFFFFFFFFU);
+    try {
+        Locked lock(mutex_);
+        while (id == 0 || !objects_.emplace(id, object).second) {
+            ++id;
+        }
+    } catch (const std::exception &) { // not registered: number 0
+        id = 0;
+    }
+    object->setInternalOID(id);
+    return true;
+}
+
+bool TreflectORB::unregisterObject(const TipprmiObjectSkeleton *object) {
+    Locked lock(mutex_);
+    for (auto entry = objects_.begin(); entry != objects_.end(); ++entry) {
+        if (entry->second == object) {
+            objects_.erase(entry);
+            break;
+        }
+    }
+    return true;
+}
+
+TipprmiObjectSkeleton *TreflectORB::findObject(unsigned internalOid) const {
+    Locked lock(mutex_);
+    const auto found = objects_.find(internalOid);
+    return found != objects_.end() ? found->second : nullptr;
+}
+
+TreflectORB::TreflectObjectLocation TreflectORB::locateObject(const TipprmiOID &oid) const {
+    if (oid.getNamespaceId() != orbId_.namespaceId()) {
+        const TreflectORB *other = getInstance(oid.getNamespaceId());
+        return other != nullptr && other != this ? other->locateObject(oid)
+                                                 : TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid);
+    }
+    TreflectObjectLocation location(oid);
+    if (location.internalOid_ != 0) {
+        if (location.orbId_ == orbId_) {
+            TreflectHandlerState state(true);
+            location.server_ = findObject(location.internalOid_);
+        }
+        return location;
+    }
+    location = locateLocalObject_(oid);
+    return location.internalOid_ != 0 ? location : locateRemoteObject_(oid);
+}
+
+TreflectORB::TreflectObjectLocation TreflectORB::locateLocalObject_(const TipprmiOID &oid) const {
+    TreflectHandlerState state(true);
+    Locked lock(mutex_);
+    for (const auto &[id, object] : objects_) {
+        if (object->storedOID() == oid) {
+            return TreflectObjectLocation(id, orbId_, object, oid);
+        }
+    }
+    return TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid);
+}
+
+TreflectORB::TreflectObjectLocation TreflectORB::locateRemoteObject_(const TipprmiOID &oid) const {
+    std::list<Transport::TerminationId> members = Transport::TransportLayer::getGroup(termId().groupId()).contains();
+    for (members.reverse(); !members.empty(); members.pop_front()) {
+        const Transport::TerminationId member = members.front();
+        const unsigned found = member != termId() ? resolve(member, oid) : 0;
+        if (found != 0) {
+            return TreflectObjectLocation(found, convertId(member), nullptr, oid);
+        }
+    }
+    return TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid);
+}
+
+unsigned TreflectORB::resolve(const Transport::TerminationId &target, TipprmiOID oid) const {
+    TipprmiStream request(allocateRequest(kRequestSize), true);
+    request.msg().type(TreflectMessage::tRslve);
+    TipprmiStream response(allocateResponse(request.msg(), kResponseSize), true);
+    request << oid;
+    unsigned found = 0;
+    if (forwardMsg_(target, true, request.msg(), response)) {
+        response >> found;
+        return found;
+    }
+    TipprmiExceptionContainer failure;
+    TipprmiGeneralException exception(kNoAnswer);
+    response >> failure;
+    failure.getExceptionData(exception);
+    return 0;
+}

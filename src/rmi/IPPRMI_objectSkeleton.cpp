@@ -1,0 +1,106 @@
+#include "rmi/IPPRMI_objectSkeleton.h"
+
+#include "objects/ObjectHandler.h"
+#include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
+#include "platform/Log.h"
+#include "rmi/IPPRMI_objectClient.h"
+#include "threads/HandlerState.h"
+
+#include <new>
+#include <utility>
+
+namespace {
+
+constexpr unsigned kSetContainer = 2100;
+constexpr unsigned kGetContainer = 2101;
+
+} // namespace
+
+TipprmiObjectSkeleton::TipprmiObjectSkeleton(TreflectORB *, const TipprmiOID &oid) : TipprmiObjectSkeleton(oid) {}
+
+TipprmiObjectSkeleton::TipprmiObjectSkeleton(const TipprmiOID &oid)
+    : TipprmiObjectBase(oid, static_cast<unsigned>(oid.getNamespaceId())) {
+    TipprmiObjectSkeleton::connect(nullptr, oid);
+}
+
+TipprmiObjectSkeleton::TipprmiObjectSkeleton() : TipprmiObjectBase(TipprmiOID(nullptr, NamespaceId(1)), 0) {}
+
+TipprmiObjectSkeleton::~TipprmiObjectSkeleton() {
+    TreflectHandlerState state(true);
+    // A static object may go after the brokers.
+    if (orb_ != nullptr && SingletonInstances::holds(orb_)) {
+        orb_->unregisterObject(this);
+    }
+    orb_ = nullptr;
+    if (TreflectObjectHandler *handler = TreflectObjectHandler::getExisting()) {
+        handler->invalidateStubs(this); // clients must not find it any more
+    }
+    dropClient_();
+}
+
+void TipprmiObjectSkeleton::dropClient_() const {
+    delete std::exchange(client_, nullptr);
+}
+
+void TipprmiObjectSkeleton::connect(TreflectORB *orb, const TipprmiOID &oid) {
+    if (orb == nullptr) {
+        orb = TreflectORB::getInstance(oid.getNamespaceId());
+    }
+    if (orb == orb_) {
+        return;
+    }
+    {
+        TreflectHandlerState state(true);
+        if (orb_ != nullptr && SingletonInstances::holds(orb_)) {
+            orb_->unregisterObject(this);
+        }
+        orb_ = orb;
+        if (orb_ != nullptr) {
+            orb_->registerObject(this);
+        }
+    }
+    dropClient_(); // it stood for the old registration
+}
+
+TipprmiObjectClient *TipprmiObjectSkeleton::getClient() const {
+    TreflectHandlerState state(true);
+    if (client_ == nullptr) {
+        client_ = new (std::nothrow) TipprmiObjectClient(this);
+    }
+    return client_;
+}
+
+TreflectOrbId TipprmiObjectSkeleton::orbId() const {
+    TreflectHandlerState state(true);
+    return orb_ != nullptr && SingletonInstances::holds(orb_) ? orb_->orbId() : TreflectOrbId();
+}
+
+void TipprmiObjectSkeleton::setExceptionContainer(const TipprmiExceptionContainer &container) const {
+    container_ = container;
+}
+
+TipprmiExceptionContainer TipprmiObjectSkeleton::getExceptionContainer() const {
+    return container_;
+}
+
+bool TipprmiObjectSkeleton::dispatch(bool, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) {
+    if (mc == kSetContainer) {
+        TipprmiExceptionContainer container;
+        request >> container;
+        if (request.hasUnmarshallingFailed()) {
+            request.printUnmarshallError(cc, mc);
+        } else {
+            setExceptionContainer(container);
+        }
+        prepareResponseStream_(response);
+        return true;
+    }
+    if (mc == kGetContainer) {
+        prepareResponseStream_(response);
+        response << getExceptionContainer();
+        return true;
+    }
+    LogDispatch(3, LogMakeString("Unknown method code %d", static_cast<int>(mc)), "IPPRMI_objectSkeleton");
+    return false;
+}
