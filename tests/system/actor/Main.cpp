@@ -10,15 +10,25 @@
  *   list GROUP             who is there                                 -> "list ID ID ..."
  *   exists ID                                                          -> "exists 0" or "exists 1"
  *   figures                                                             -> "figures THREADS KIB"
+ *   serve NAME                           an object for others to call     -> "serves NUMBER"
+ *   call METHOD NAME COUNT [THREADS]     addone, echo (of COUNT bytes), hold, refuse, note  -> "called GOOD of ALL"
+ *   through DEPTH NAME1 NAME2            nested calls                    -> "through REACHED"
+ *   locate NAME                                                         -> "located NUMBER BROKER"
+ *   release                              lets held calls end             -> "ok"
+ *   noted                                one-way calls that came         -> "noted N"
+ *   counters | dump                      -> "counters ..." lines, "end" | "ok", and lines in the log
  *   enter | forked | segv | exit [STATUS] | exitworker
  */
 #include "Output.h"
 #include "Probe.h"
+#include "Service.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/Thread.h"
 #include "platform/TransportLayer.h"
 #include "platform/UnitFigures.h"
+#include "threads/HandlerState.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <dirent.h>
@@ -26,6 +36,7 @@
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -122,6 +133,118 @@ void onFigures(Arguments &) {
     say("figures %d %ld", threads, oscwGetActorSize());
 }
 
+void onServe(Arguments &arguments) {
+    std::string name;
+    arguments >> name;
+    TreflectHandlerState state(true);
+    const auto *service = new Service(name); // until the end of the process
+    say("serves %X", service->getInternalOID());
+}
+
+bool callOnce(const std::string &method, const TipprmiObjectClient &client, unsigned number) {
+    if (method == "addone") {
+        return callAddOne(client, number);
+    }
+    if (method == "echo") {
+        return callEcho(client, number);
+    }
+    if (method == "hold") {
+        return callHold(client);
+    }
+    return method == "note" ? callNote(client) : callRefuse(client);
+}
+
+/** Calls `count` times in one thread. */
+class Caller : public OSWrap::Thread {
+public:
+    Caller(std::string method, std::string name, unsigned count)
+        : Thread(OSWrap::Priority(0), OSWrap::SchedulingPolicy(0), ~0U, "caller", false), method_(std::move(method)),
+          name_(std::move(name)), count_(count) {}
+    unsigned good = 0;
+
+protected:
+    int run() override {
+        TreflectHandlerState state(true);
+        const TipprmiObjectClient client(TipprmiOID(name_, NamespaceId(1)));
+        for (unsigned i = 0; i < count_; ++i) {
+            good += callOnce(method_, client, method_ == "echo" ? count_ : i) ? 1 : 0;
+            if (method_ == "echo") {
+                break;
+            }
+        }
+        return 0;
+    }
+
+private:
+    const std::string method_;
+    const std::string name_;
+    const unsigned count_;
+};
+
+void onCall(Arguments &arguments) {
+    std::string method;
+    std::string name;
+    arguments >> method >> name;
+    const unsigned count = number(arguments);
+    const unsigned threads = std::max(number(arguments), 1U);
+    std::vector<std::unique_ptr<Caller>> callers;
+    for (unsigned i = 0; i < threads; ++i) {
+        callers.push_back(std::make_unique<Caller>(method, name, count));
+        callers.back()->start();
+    }
+    unsigned good = 0;
+    for (const auto &caller : callers) {
+        caller->join();
+        good += caller->good;
+    }
+    say("called %u of %u", good, method == "echo" ? threads : threads * count);
+}
+
+void onThrough(Arguments &arguments) {
+    const unsigned depth = number(arguments);
+    std::string one;
+    std::string two;
+    arguments >> one >> two;
+    TreflectHandlerState state(true);
+    say("through %u", callThrough(TipprmiObjectClient(TipprmiOID(one, NamespaceId(1))), depth, one, two));
+}
+
+void onLocate(Arguments &arguments) {
+    std::string name;
+    arguments >> name;
+    const TreflectORB::TreflectObjectLocation location =
+        TreflectORB::getInstance(1)->locateObject(TipprmiOID(name, NamespaceId(1)));
+    say("located %X %08X", location.getInternalOID(), location.orbId().value());
+}
+
+void onRelease(Arguments &) {
+    Service::release();
+    say("ok");
+}
+
+void onNoted(Arguments &) {
+    say("noted %u", Service::noted());
+}
+
+void onCounters(Arguments &) {
+    for (const TreflectORB::PerfCntMultInfo &orb : TreflectORB::getInstance(1)->getPerfCnts()) {
+        std::string line = orb.info.actor;
+        for (unsigned i = 0; i < orb.info.counters.getLength(); ++i) {
+            const TreflectORB::PerfCnts &counters = orb.info.counters[i];
+            line += " to " + std::to_string(counters.target.value()) + ":" + std::to_string(counters.requests) + "/" +
+                    std::to_string(counters.failures);
+        }
+        say("counters %08X %s", orb.orb.value(), line.c_str());
+    }
+    say("end");
+}
+
+void onDump(Arguments &) {
+    TreflectORB::getInstance(1)->dumpMessages();
+    TreflectORB::getInstance(1)->display(0);
+    say("ok");
+}
+
 void onEnter(Arguments &) {
     TreflectORB::enterHandlerState(true);
     say("ok");
@@ -190,6 +313,14 @@ constexpr Command kCommands[] = {
     {"segv", &onSegv},
     {"exit", &onExit},
     {"exitworker", &onExitWorker},
+    {"serve", &onServe},
+    {"call", &onCall},
+    {"through", &onThrough},
+    {"locate", &onLocate},
+    {"release", &onRelease},
+    {"noted", &onNoted},
+    {"counters", &onCounters},
+    {"dump", &onDump},
 };
 
 void obey(const std::string &line) {
