@@ -158,8 +158,8 @@ void SingletonInstancesRemover::remove() {
         allRemoved = removeOne(slot) && allRemoved;
     }
     // For the destructors of static objects. Not if it would have to be waited for: its owner may never give it back.
-    if (hadPermission && allRemoved && TreflectORB::getRunPermissionOwner() == 0) {
-        TreflectORB::getRunPermission();
+    if (hadPermission && allRemoved && handlerThreads() != nullptr) {
+        handlerThreads()->tryGet(false);
     }
 }
 

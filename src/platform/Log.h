@@ -14,6 +14,7 @@ REFLECTORB_API std::string LogMakeString(const char *format, ...) __attribute__(
  * run permission, and waits only a bounded time for a reader that does not read.
  */
 REFLECTORB_API void LogDispatch(int level, const std::string &line, const char *source);
+REFLECTORB_API void LogDispatch(int level, const char *line, const char *source);
 
 namespace Log {
 

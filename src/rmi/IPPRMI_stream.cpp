@@ -63,19 +63,20 @@ TipprmiStream::TipprmiStream(TreflectMessage &&message, bool clear) : message_(s
 }
 
 TipprmiStream::TipprmiStream(const TipprmiStream &other)
-    : optr_(other.optr_), message_(other.message_), stopped_(other.stopped_) {
+    : optr_(other.optr_), message_(other.message_), stopped_(other.stopped_), refused_(other.refused_) {
     checkRange();
 }
 
 TipprmiStream::TipprmiStream(TipprmiStream &&other) noexcept
     : optr_(std::exchange(other.optr_, 0)), message_(std::move(other.message_)),
-      stopped_(std::exchange(other.stopped_, false)) {}
+      stopped_(std::exchange(other.stopped_, false)), refused_(std::exchange(other.refused_, false)) {}
 
 TipprmiStream &TipprmiStream::operator=(const TipprmiStream &other) {
     if (this != &other) {
         optr_ = other.optr_;
         message_ = other.message_;
         stopped_ = other.stopped_;
+        refused_ = other.refused_;
         checkRange();
     }
     return *this;
@@ -86,6 +87,7 @@ TipprmiStream &TipprmiStream::operator=(TipprmiStream &&other) noexcept {
         optr_ = std::exchange(other.optr_, 0);
         message_ = std::move(other.message_);
         stopped_ = std::exchange(other.stopped_, false);
+        refused_ = std::exchange(other.refused_, false);
     }
     return *this;
 }
@@ -112,13 +114,18 @@ void TipprmiStream::setData(const void *data, int size) {
     }
     optr_ = 0;
     stopped_ = false;
+    refused_ = false;
     checkRange();
 }
 
 void TipprmiStream::clear() {
     iptr_(0);
+    if (iptr_() != 0) { // no memory for bytes of its own, and those that it shares are not to be read any more
+        message_ = TreflectMessage();
+    }
     optr_ = 0;
     stopped_ = false;
+    refused_ = false;
 }
 
 const unsigned char *TipprmiStream::getDataPtr() const noexcept {
@@ -181,6 +188,9 @@ bool TipprmiStream::allocate_(int size) {
     // The limit is exact, but a body that grew once is likely to grow again: room behind it saves further copies.
     TreflectMessage larger = Broker().reallocate(message_, needed, needed / 2);
     if (larger.buf() == nullptr) {
+        larger = Broker().reallocate(message_, needed, 0);
+    }
+    if (larger.buf() == nullptr) {
         reportRange();
         return false;
     }
@@ -196,12 +206,13 @@ bool TipprmiStream::inOwnData(const void *data) const noexcept {
 }
 
 TipprmiStream &TipprmiStream::marshall(const void *data, int size) {
-    if (!checkRange() || size < 1 || data == nullptr) {
+    if (!checkRange() || size < 1 || data == nullptr || refused_) {
         return *this;
     }
     // Growing, and writing to shared bytes, replaces the buffer; the stream's own bytes are then read from the old one.
     const TreflectMessage old = inOwnData(data) ? message_ : TreflectMessage();
     if (!allocate_(size)) {
+        refused_ = true;
         return *this;
     }
     const int position = iptr_();
@@ -210,6 +221,7 @@ TipprmiStream &TipprmiStream::marshall(const void *data, int size) {
         iptr_(position + size);
     } else {
         reportRange(); // no memory for bytes of its own
+        refused_ = true;
     }
     return *this;
 }

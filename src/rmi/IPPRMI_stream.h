@@ -55,6 +55,8 @@ public:
     int iptr_() const noexcept;
     void iptr_(const int &position) noexcept;
 
+    /** Once a write was refused, the later ones are, too, until clear() or setData(): behind a gap they would be read
+     * as something else. */
     TipprmiStream &marshall(const void *data, int size);
     /** `data` may be null to skip. */
     TipprmiStream &unmarshall(void *data, int size);
@@ -84,4 +86,5 @@ private:
     int optr_ = 0;
     TreflectMessage message_;
     bool stopped_ = false;
+    bool refused_ = false; // a write found no room
 };

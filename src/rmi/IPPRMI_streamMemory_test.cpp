@@ -173,7 +173,10 @@ TEST_F(StreamMemoryTest, AMessageThatCannotGrowStaysAsItIs) {
         EXPECT_EQ("00 00 00 03 01 02 03", hex(stream.msg()));
         EXPECT_EQ(0x77U, stream.msg().transactionId());
         stream.marshall("\x04", 1);
-        EXPECT_EQ("01 02 03 04", hex(stream));
+        EXPECT_EQ("01 02 03", hex(stream)) << "not behind a gap";
+        stream.clear();
+        stream.marshall("\x04", 1);
+        EXPECT_EQ("04", hex(stream));
     }
 }
 
@@ -197,7 +200,105 @@ TEST_F(StreamMemoryTest, WithoutMemoryAMessageStaysAsItIs) {
     EXPECT_EQ("61 62", hex(roomy));
     EXPECT_EQ("61 62", hex(shared));
     roomy.marshall("c", 1);
+    EXPECT_EQ("61 62", hex(roomy)) << "not behind a gap";
+    roomy.setData("ab", 2);
+    roomy.marshall("c", 1);
     EXPECT_EQ("61 62 63", hex(roomy));
+}
+
+/** What is written after a value that found no room must not be taken for that value. */
+TEST_F(StreamMemoryTest, ABodyWithAGapEndsThere) {
+    TipprmiStream stream(4);
+    const std::string text(200, 'x');
+    {
+        const FailingHeap none;
+        stream << text; // the length fits, the characters do not
+    }
+    for (unsigned i = 0; i < 100; ++i) {
+        stream << i;
+    }
+    std::string read = "before";
+    unsigned number = 5;
+    stream >> read >> number;
+    EXPECT_EQ(std::string(200, '\0'), read);
+    EXPECT_EQ(0U, number);
+    EXPECT_TRUE(stream.hasUnmarshallingFailed());
+}
+
+TEST_F(StreamMemoryTest, GrowsWithoutSpareRoomIfThatIsAllThereIs) {
+    TipprmiStream stream(4);
+    stream.marshall("abcd", 4);
+    {
+        const FailingHeap oneFails(0, FailingHeap::Calls::nonThrowing);
+        stream.marshall("e", 1);
+    }
+    EXPECT_EQ("61 62 63 64", hex(stream));
+    TipprmiStream large(1);
+    const std::string body(45 * 1024 * 1024, 'b'); // with half as much to spare it would be larger than messages may be
+    large << body;
+    EXPECT_EQ(static_cast<int>(body.size()) + 4, large.getDataSize());
+}
+
+TEST_F(StreamMemoryTest, AMessageThatCannotBeEmptiedIsLetGo) {
+    TipprmiStream sender(8);
+    sender << 1U;
+    const FailingHeap none;
+    TipprmiStream stream(sender.msg(), true);
+    EXPECT_TRUE(stream.empty());
+    EXPECT_EQ(4, sender.getDataSize());
+}
+
+TEST_F(StreamMemoryTest, TheRangeIsCheckedWhenAStreamIsMadeAssignedAndUsed) {
+    TreflectMessage message = orb.allocateRequest(100);
+    message.buf()[2] = 1; // 256 of 96
+    const TipprmiStream bad(message, false);
+    log.clear();
+    TipprmiStream copy(bad);
+    EXPECT_EQ(1U, rangeReports(copy, 256, 96));
+    TipprmiStream assigned(10);
+    assigned = bad;
+    EXPECT_EQ(1U, rangeReports(assigned, 256, 96));
+    copy.unmarshall(nullptr, 1);
+    EXPECT_EQ(2U, rangeReports(copy, 256, 96));
+    copy.unmarshall(nullptr, 200);
+    const std::size_t before = rangeReports(copy, 256, 96);
+    EXPECT_TRUE(copy.hasUnmarshallingFailed());
+    copy.unmarshall(nullptr, 1);
+    EXPECT_EQ(before, rangeReports(copy, 256, 96)) << "a stopped stream is silent";
+}
+
+TEST_F(StreamMemoryTest, AStreamThatClaimsMoreThanItHasIsWrittenAsWhatItHas) {
+    TreflectMessage message = orb.allocateRequest(100);
+    message.buf()[2] = 1;
+    const TipprmiStream bad(message, false);
+    TipprmiStream stream(4);
+    stream << bad;
+    EXPECT_EQ(4 + 96, stream.getDataSize());
+    unsigned length = 0;
+    stream >> length;
+    EXPECT_EQ(96U, length);
+}
+
+TEST_F(StreamMemoryTest, NegativeSizesAreNone) {
+    TipprmiStream stream(4);
+    stream << 7U;
+    stream.setData("abc", -1);
+    EXPECT_TRUE(stream.empty());
+    EXPECT_EQ(0, stream.getDataLimit());
+    EXPECT_EQ(1, TipprmiStream(-5).getDataLimit());
+    EXPECT_EQ(0, TipprmiStream("abc", -5).getDataLimit());
+    EXPECT_TRUE(TipprmiStream("abc", -5).empty());
+}
+
+TEST_F(StreamMemoryTest, ALengthThatNobodyCanMeanIsReported) {
+    TipprmiStream stream(8);
+    stream << 0x7FFFFFFF;
+    log.clear();
+    std::string text = "before";
+    stream >> text;
+    EXPECT_EQ("", text);
+    EXPECT_EQ(1U,
+              log.with("Err::unmarshall() request out of bounds: getDataSize(4)-optr_(4) < size(2147483647)").size());
 }
 
 TEST_F(StreamMemoryTest, WithoutMemoryForItsDataAStreamReadsAsZeros) {

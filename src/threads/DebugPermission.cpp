@@ -131,8 +131,12 @@ void DebugPermission<Debugging_t<1>>::reportWait(Waiter &waiter) RB_NO_ANALYSIS 
     const OSWrap::TimeSpec now = OSWrap::Clock::getObsTime();
     const unsigned long waited = seconds(now - waiter.headSince);
     const bool due = now - waiter.lastReport >= kReportStep;
+    const bool tooLong = waited > static_cast<unsigned long>(kPatience);
+    if (!due && !tooLong) {
+        return;
+    }
     queueLock_.unlock();
-    const bool givesUp = HTUtil::willabort() && waited > static_cast<unsigned long>(kPatience);
+    const bool givesUp = HTUtil::willabort() && tooLong;
     if (givesUp || due) {
         LogDispatch(5,
                     LogMakeString(givesUp ? "%s::getRunPermission(thread=%ld) waiting for thread %ld %s since %lus. "

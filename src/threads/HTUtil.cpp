@@ -19,7 +19,7 @@ constexpr char kOverride[] = "/ffs/run/zef_data/db/NO_RMI_DEBUG";
 
 bool overridePresent() {
     OSWrap::DisableCancelStateGuard guard;
-    const std::string path = Platform::environment().rootPrefix + kOverride;
+    const std::string path = LogMakeString("%s%s", Platform::environment().rootPrefix.c_str(), kOverride);
     const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         return false;

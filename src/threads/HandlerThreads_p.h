@@ -66,6 +66,7 @@ private:
 
     static void init(Debugging_t<1>) { LogDispatch(6, "ORB uses HandlerThreads with DEBUG flag set", kSource); }
     static void releaseOnThreadTermination(void *object);
+    void watchThread();
     bool reportAgain(unsigned field);
 
     Container threads_;
@@ -78,9 +79,7 @@ private:
 
 template <class Container, class Permission, class Debugging>
 void HandlerThreads<Container, Permission, Debugging>::enter(bool withPermission) {
-    if (hasKey_ && pthread_getspecific(key_) == nullptr) {
-        pthread_setspecific(key_, this);
-    }
+    watchThread();
     threads_.add();
     if (withPermission) {
         getPermission();
@@ -168,7 +167,15 @@ void HandlerThreads<Container, Permission, Debugging>::check() {
 
 /** Counts one more report of the calling thread; whether it is one of its first two. */
 template <class Container, class Permission, class Debugging>
+void HandlerThreads<Container, Permission, Debugging>::watchThread() {
+    if (hasKey_ && pthread_getspecific(key_) == nullptr && pthread_setspecific(key_, this) != 0) {
+        LogDispatch(3, "no memory for a thread: when it ends it keeps what it has of the run permission", kSource);
+    }
+}
+
+template <class Container, class Permission, class Debugging>
 bool HandlerThreads<Container, Permission, Debugging>::reportAgain(unsigned field) {
+    watchThread(); // its counters go with it: the system gives its id to another thread
     OSWrap::Lock<OSWrap::Mutex> lock(reportLock_);
     try {
         std::uint32_t &flags = reports_[OSWrap::Thread::getCurrentId()];

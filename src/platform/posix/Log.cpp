@@ -173,6 +173,10 @@ void LogDispatch(int level, const std::string &line, const char *source) {
     }
 }
 
+void LogDispatch(int level, const char *line, const char *source) {
+    LogDispatch(level, LogMakeString("%s", line != nullptr ? line : ""), source);
+}
+
 namespace Log {
 
 Sink setSink(Sink sink) {
