@@ -142,6 +142,26 @@ TEST(SingletonInstancesExit, DoesNotWaitForAHolderOfTheRunPermission) {
     EXPECT_TRUE(endsWell("exitWhileAnotherThreadHasThePermission"));
 }
 
+/** The permission that the exiting thread gives up goes to one that never gives it back. */
+SCENARIO(exitWhileAnotherThreadIsNextInTurn) {
+    checkAtTheEnd(nothingAnnounced);
+    TreflectORB::getInstance(1);
+    static Gate &never = immortalGate();
+    TreflectORB::enterHandlerState(true);
+    new TestThread([] {
+        const TreflectHandlerState state(true);
+        never.pass();
+    });
+    SCENARIO_CHECK(Testing::eventually([] { return handlerThreads()->waitingForPermission() == 1; }));
+    std::exit(0);
+}
+
+TEST(SingletonInstancesExit, DoesNotQueueBehindAThreadThatWaitsForTheRunPermission) {
+    for (int round = 0; round < 10; ++round) {
+        ASSERT_TRUE(endsWell("exitWhileAnotherThreadIsNextInTurn")) << round;
+    }
+}
+
 SCENARIO(exitInAnotherThread) {
     checkAtTheEnd(nothingAnnounced);
     TreflectORB::getInstance(1);

@@ -8,7 +8,8 @@ class REFLECTORB_API TipprmiAny : public TipprmiStream {
 public:
     static constexpr int kDefaultCapacity = 100;
 
-    TipprmiAny() : TipprmiStream(kDefaultCapacity) {}
+    /** Costs no memory until it is written: messages may announce many. */
+    TipprmiAny() noexcept : TipprmiStream(Reserve{kDefaultCapacity}) {}
 
     template <class T>
     void insert(const T &value) {

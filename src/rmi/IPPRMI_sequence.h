@@ -19,6 +19,17 @@ template <class T, unsigned Bound = 0U>
 class TipprmiSequence {
 public:
     TipprmiSequence() = default;
+    /** Without memory for it a copy is empty. */
+    TipprmiSequence(const TipprmiSequence &other) noexcept { copy(other); }
+    TipprmiSequence(TipprmiSequence &&other) noexcept = default;
+    TipprmiSequence &operator=(const TipprmiSequence &other) noexcept {
+        if (this != &other) {
+            copy(other);
+        }
+        return *this;
+    }
+    TipprmiSequence &operator=(TipprmiSequence &&other) noexcept = default;
+    ~TipprmiSequence() = default;
 
     /** New elements are default-constructed. Without memory for them the length stays as it is. */
     void setLength(unsigned length) noexcept {
@@ -43,6 +54,13 @@ public:
     const T &operator[](unsigned index) const { return elements_.empty() ? nobodys() : elements_[within(index)]; }
 
 private:
+    void copy(const TipprmiSequence &other) noexcept {
+        try {
+            elements_ = other.elements_;
+        } catch (const std::exception &) {
+            elements_.clear();
+        }
+    }
     unsigned within(unsigned index) const noexcept { return index < elements_.size() ? index : 0; }
     static T &nobodys() {
         static thread_local T element{};

@@ -230,4 +230,40 @@ TEST_F(SequenceTest, ParametersNeedNothingDone) {
     EXPECT_EQ(3U, anys.getLength());
 }
 
+TEST_F(SequenceTest, AnnouncedAnysThatAreEmptyCostLittle) {
+    constexpr unsigned kCount = 10000;
+    TipprmiStream stream(8);
+    stream << kCount;
+    for (unsigned i = 0; i < kCount; ++i) {
+        stream << 0U;
+    }
+    TipprmiSequence<TipprmiAny> read;
+    const Testing::HeapProbe heap;
+    stream >> read;
+    EXPECT_EQ(kCount, read.getLength());
+    EXPECT_LT(heap.allocations(), 10U);
+    EXPECT_EQ(100, read[5].getDataLimit());
+    TipprmiAny copy(read[5]);
+    EXPECT_EQ(100, copy.getDataLimit());
+    copy.insert(TipprmiGeneralException(7));
+    EXPECT_EQ("00 00 00 07", Testing::hex(copy));
+    EXPECT_TRUE(read[5].empty());
+}
+
+TEST_F(SequenceTest, WithoutMemoryACopyIsEmpty) {
+    TipprmiSequence<unsigned> full;
+    full.setLength(1000);
+    TipprmiSequence<unsigned> assigned;
+    assigned.setLength(3);
+    {
+        const Testing::FailingHeap none(0, Testing::FailingHeap::Calls::all);
+        const TipprmiSequence<unsigned> copy(full);
+        EXPECT_EQ(0U, copy.getLength());
+        assigned = full;
+    }
+    EXPECT_EQ(0U, assigned.getLength());
+    assigned = full;
+    EXPECT_EQ(1000U, assigned.getLength());
+}
+
 } // namespace

@@ -63,13 +63,15 @@ TipprmiStream::TipprmiStream(TreflectMessage &&message, bool clear) : message_(s
 }
 
 TipprmiStream::TipprmiStream(const TipprmiStream &other)
-    : optr_(other.optr_), message_(other.message_), stopped_(other.stopped_), refused_(other.refused_) {
+    : optr_(other.optr_), message_(other.message_), stopped_(other.stopped_), refused_(other.refused_),
+      reserved_(other.reserved_) {
     checkRange();
 }
 
 TipprmiStream::TipprmiStream(TipprmiStream &&other) noexcept
     : optr_(std::exchange(other.optr_, 0)), message_(std::move(other.message_)),
-      stopped_(std::exchange(other.stopped_, false)), refused_(std::exchange(other.refused_, false)) {}
+      stopped_(std::exchange(other.stopped_, false)), refused_(std::exchange(other.refused_, false)),
+      reserved_(std::exchange(other.reserved_, 0)) {}
 
 TipprmiStream &TipprmiStream::operator=(const TipprmiStream &other) {
     if (this != &other) {
@@ -77,6 +79,7 @@ TipprmiStream &TipprmiStream::operator=(const TipprmiStream &other) {
         message_ = other.message_;
         stopped_ = other.stopped_;
         refused_ = other.refused_;
+        reserved_ = other.reserved_;
         checkRange();
     }
     return *this;
@@ -88,6 +91,7 @@ TipprmiStream &TipprmiStream::operator=(TipprmiStream &&other) noexcept {
         message_ = std::move(other.message_);
         stopped_ = std::exchange(other.stopped_, false);
         refused_ = std::exchange(other.refused_, false);
+        reserved_ = std::exchange(other.reserved_, 0);
     }
     return *this;
 }
@@ -103,6 +107,7 @@ void TipprmiStream::setData(const void *data, int size) {
     }
     // The old message lives on until the copy is done: the bytes may be its own.
     std::swap(message_, replaced);
+    reserved_ = 0;
     iptr_(size);
     if (size > 0) {
         unsigned char *own = getDataPtr();
@@ -129,20 +134,20 @@ void TipprmiStream::clear() {
 }
 
 const unsigned char *TipprmiStream::getDataPtr() const noexcept {
-    return getDataLimit() >= 0 ? message_.buf() + kSizeWord : nullptr;
+    return hasSizeWord() ? message_.buf() + kSizeWord : nullptr;
 }
 
 unsigned char *TipprmiStream::getDataPtr() noexcept {
-    unsigned char *payload = getDataLimit() >= 0 ? message_.buf() : nullptr;
+    unsigned char *payload = hasSizeWord() ? message_.buf() : nullptr;
     return payload != nullptr ? payload + kSizeWord : nullptr;
 }
 
 int TipprmiStream::iptr_() const noexcept {
-    return getDataLimit() >= 0 ? static_cast<int>(Wire::loadBigEndian(message_.buf())) : 0;
+    return hasSizeWord() ? static_cast<int>(Wire::loadBigEndian(message_.buf())) : 0;
 }
 
 void TipprmiStream::iptr_(const int &position) noexcept {
-    unsigned char *payload = getDataLimit() >= 0 ? message_.buf() : nullptr;
+    unsigned char *payload = hasSizeWord() ? message_.buf() : nullptr;
     if (payload != nullptr) {
         Wire::storeBigEndian(payload, static_cast<std::uint32_t>(position));
     }
@@ -176,8 +181,21 @@ void TipprmiStream::reportRange() const {
         kSource);
 }
 
+TreflectMessage &TipprmiStream::msg() {
+    takeReserved(0);
+    return message_;
+}
+
+void TipprmiStream::takeReserved(int size) {
+    if (reserved_ != 0) {
+        message_ = Broker().allocate(std::max(reserved_, size));
+        reserved_ = 0;
+    }
+}
+
 /** Makes room for `size` more bytes. */
 bool TipprmiStream::allocate_(int size) {
+    takeReserved(size);
     if (size <= getDataLimit() - iptr_()) {
         return true;
     }

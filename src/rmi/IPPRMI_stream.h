@@ -37,7 +37,7 @@ public:
     void rewind() noexcept { optr_ = 0; }
 
     /** The message, for sending or inspection. After growth it is another one than the stream was made with. */
-    TreflectMessage &msg() noexcept { return message_; }
+    TreflectMessage &msg();
     const TreflectMessage &msg() const noexcept { return message_; }
 
     bool empty() const noexcept { return getDataSize() == 0; }
@@ -47,7 +47,9 @@ public:
     /** The write position as the message has it; in a received message it may be anything. */
     int getDataSize() const noexcept { return iptr_(); }
     /** Bytes of data that the message has room for; negative if not even the write position fits. */
-    int getDataLimit() const noexcept { return static_cast<int>(message_.size()) - kSizeWord; }
+    int getDataLimit() const noexcept {
+        return reserved_ != 0 ? reserved_ : static_cast<int>(message_.size()) - kSizeWord;
+    }
     /** Bytes that are there to be read, whether the stream is stopped or not. */
     int getRemaining() const noexcept;
     /** The next byte to be read; null without buffer. */
@@ -74,8 +76,18 @@ public:
     int admitLength(int length);
     unsigned admitCount(unsigned count, unsigned elementSize);
 
+protected:
+    struct Reserve {
+        int size;
+    };
+    /** Room for so many bytes, which is only taken from memory with the first write. */
+    explicit TipprmiStream(Reserve reserve) noexcept : reserved_(reserve.size) {}
+
 private:
     static constexpr int kSizeWord = 4;
+
+    bool hasSizeWord() const noexcept { return message_.size() >= static_cast<unsigned>(kSizeWord); }
+    void takeReserved(int size);
 
     bool checkRange() const;
     void reportRange() const;
@@ -87,4 +99,5 @@ private:
     TreflectMessage message_;
     bool stopped_ = false;
     bool refused_ = false; // a write found no room
+    int reserved_ = 0;     // not 0: there is no message yet
 };
