@@ -91,6 +91,8 @@ public:
     TreflectORB(const TreflectORB &) = delete;
     TreflectORB &operator=(const TreflectORB &) = delete;
 
+    /** Not with the run permission: it waits for threads that may need it. */
+    bool stop() override;
     bool receive(const Transport::AddressedMessage &message) override;
     bool receiveError(const Transport::AddressedMessage &message) override;
     void appeared(Transport::Termination &termination) override;

@@ -7,6 +7,7 @@
 #include "platform/Log.h"
 #include "threads/HandlerThreadsType_p.h"
 
+#include <cassert>
 #include <exception>
 
 // The base is built before there is an identifier that a report about the namespace could name.
@@ -24,6 +25,11 @@ TreflectORB::TreflectORB(const NamespaceId &ns)
 
 TreflectORB::~TreflectORB() {
     destroyMetaData();
+}
+
+bool TreflectORB::stop() {
+    assert(!hasRunPermission());
+    return TerminationImpl::stop();
 }
 
 TreflectORB *TreflectORB::getInstance(NamespaceId ns) {

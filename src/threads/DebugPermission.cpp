@@ -9,6 +9,7 @@
 #include "threads/Reporting_p.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 
 namespace {
@@ -197,6 +198,7 @@ unsigned DebugPermission<Debugging_t<1>>::waiting() const {
 }
 
 void DebugPermission<Debugging_t<1>>::lockCounted(bool nested) RB_NO_ANALYSIS {
+    assert(nested || mutex_.count() == 0); // who was the owner has unlocked it before it ceased to be that
     mutex_.lock();
     if (!nested) {
         return;

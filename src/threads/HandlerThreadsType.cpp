@@ -1,5 +1,7 @@
 #include "threads/HandlerThreadsType_p.h"
 
+#include "platform/Environment_p.h"
+
 #include <atomic>
 #include <execinfo.h>
 #include <new>
@@ -47,6 +49,9 @@ int HandlerThreadsTypeOutput(int cnt, int prm, int dbg) {
 }
 
 HandlerThreadsType *handlerThreads() {
+    if (Platform::inForkedChild()) {
+        return nullptr; // the other threads, and the locks that they hold, are in the other process
+    }
     HandlerThreadsType *threads = object.load(std::memory_order_acquire);
     return threads != nullptr ? threads : create();
 }
