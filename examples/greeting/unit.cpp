@@ -39,6 +39,11 @@ struct Member {
     std::set<std::string> sees;
     std::set<std::string> greetedBy;
     std::map<std::string, long long> gone; // broker -> when it was noticed, in ns
+    std::string answer;                    // of its last call
+    double answerTook = 0;                 // in us
+    long long failedAt = 0;                // its last call, in ns; 0 if it did not
+    bool thinking = false;                 // a call of its object is under way
+    bool counted = false;
 };
 
 class Unit {
@@ -54,7 +59,10 @@ private:
     void readFrom(Member &member);
     void took(Member &member, const std::string &line);
     bool waitUntil(const char *what, const std::function<bool()> &condition);
+    static void tell(Member &member, const std::string &command);
+    bool callObjects();
     bool killAndWatch(Member &victim);
+    bool showCounters();
     bool end();
     std::vector<std::string> socketsLeft() const;
 
@@ -152,6 +160,22 @@ void Unit::took(Member &member, const std::string &line) {
         std::printf("  %-5s (slot %d): got a message from '%s'\n", member.name.c_str(), member.slot, whom.c_str());
     } else if (what == "gone") {
         words >> member.gone[whom];
+    } else if (what == "answer") {
+        member.answerTook = static_cast<double>(std::stoll(whom)) / 1e3;
+        std::getline(words >> std::ws, member.answer);
+    } else if (what == "failed") {
+        member.failedAt = std::stoll(whom);
+    } else if (what == "thinking") {
+        member.thinking = true;
+    } else if (what == "counter") {
+        std::string target;
+        std::string requests;
+        std::string failures;
+        words >> target >> requests >> failures;
+        std::printf("  %-5s made %s requests to %s, %s failed\n", whom.c_str(), requests.c_str(), target.c_str(),
+                    failures.c_str());
+    } else if (what == "counted") {
+        member.counted = true;
     }
 }
 
@@ -177,6 +201,37 @@ bool Unit::waitUntil(const char *what, const std::function<bool()> &condition) {
     return true;
 }
 
+void Unit::tell(Member &member, const std::string &command) {
+    const std::string line = command + "\n";
+    static_cast<void>(!::write(member.input, line.data(), line.size()));
+}
+
+/** One that succeeds, and one to an object that nobody has. */
+bool Unit::callObjects() {
+    Member &one = members_[0];
+    tell(one, "call two");
+    if (!waitUntil("for the answer of a call", [&one] { return !one.answer.empty(); })) {
+        return false;
+    }
+    std::printf("  one   (slot 1): called the object 'two' by its name, got \"%s\" in %.0f us, the search included\n",
+                one.answer.c_str(), one.answerTook);
+    one.answer.clear();
+    tell(one, "call nobody");
+    if (!waitUntil("for a call to fail", [&one] { return one.failedAt != 0; })) {
+        return false;
+    }
+    one.failedAt = 0;
+    std::printf("  one   (slot 1): called an object 'nobody' that nobody has: the call failed, as it should\n");
+    tell(one, "wait two");
+    return waitUntil("for a call to arrive", [this] { return members_[1].thinking; });
+}
+
+bool Unit::showCounters() {
+    Member &three = members_[2];
+    tell(three, "counters");
+    return waitUntil("for the counters", [&three] { return three.counted; });
+}
+
 bool Unit::killAndWatch(Member &victim) {
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
@@ -196,6 +251,11 @@ bool Unit::killAndWatch(Member &victim) {
                    [&] { return others([&](Member &member) { return member.gone.count(victim.broker) != 0; }); })) {
         return false;
     }
+    if (!waitUntil("for the call to end", [this] { return members_[0].failedAt != 0; })) {
+        return false;
+    }
+    std::printf("  one   (slot 1): its call of 'two' ended with a failure, %.2f ms after the kill\n",
+                static_cast<double>(members_[0].failedAt - killed) / 1e6);
     return others([&](Member &member) {
         std::printf("  %-5s (slot %d): noticed that %s is gone, %.2f ms after the kill\n", member.name.c_str(),
                     member.slot, victim.broker.c_str(), static_cast<double>(member.gone[victim.broker] - killed) / 1e6);
@@ -254,8 +314,16 @@ bool Unit::run() {
         return false;
     }
     std::printf("Each sees the brokers of the others and has a message from each.\n");
-    std::printf("Now 'two' is killed with SIGKILL. The kernel closes its connections, so the others know at once.\n");
+    std::printf("Remote calls:\n");
+    if (!callObjects()) {
+        return false;
+    }
+    std::printf("Now 'two' is killed with SIGKILL, in the middle of a call. The kernel closes its connections:\n");
     if (!killAndWatch(members_[1])) {
+        return false;
+    }
+    std::printf("'three' asks the brokers that are left for their counters:\n");
+    if (!showCounters()) {
         return false;
     }
     if (!end()) {
