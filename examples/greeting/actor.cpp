@@ -5,6 +5,7 @@
  */
 #include "orb/REFLECT_orb.h"
 #include "platform/IdInfo.h"
+#include "platform/Lock.h"
 #include "platform/TransportLayer.h"
 #include "rmi/IPPRMI_objectClient.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
@@ -102,9 +103,8 @@ public:
         if (mc == think) {
             tell("thinking");
             TreflectConditionVar never(false); // gives the run permission up while it waits
-            never.lock();
+            const OSWrap::Lock<OSWrap::ConditionVar> lock(never);
             never.wait(OSWrap::TimeSpec::INFINITETIME);
-            never.unlock();
         }
         prepareResponseStream_(response);
         response << "hello " + from + ", here is " + Transport::IdInfo::getActor();

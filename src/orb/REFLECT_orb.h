@@ -196,7 +196,16 @@ private:
         unsigned sender = 0;
         unsigned transactionId = 0;
     };
-    using MessageLog = std::deque<ProcessedMessage>;
+    /** The last few, oldest first. */
+    class MessageLog {
+    public:
+        void add(const ProcessedMessage &message);
+        std::deque<ProcessedMessage> messages();
+
+    private:
+        OSWrap::ConditionVar lock_{false};
+        std::deque<ProcessedMessage> messages_ RB_GUARDED_BY(lock_);
+    };
 
     explicit TreflectORB(const NamespaceId &ns);
 
@@ -229,7 +238,6 @@ private:
     void dispatchCounters(TipprmiStream &request, Worker &worker);
     void dispatchUnknown(TipprmiStream &request, Worker &worker);
     bool respond(const TreflectMessage &request, TipprmiStream &response) const;
-    static void record(MessageLog &log, OSWrap::ConditionVar &lock, const ProcessedMessage &message);
 
     // Locations.
     TipprmiObjectSkeleton *findObject(unsigned internalOid) const;
@@ -244,10 +252,8 @@ private:
     mutable std::atomic<unsigned> callers_{0};           // threads inside forwardMsg_
     std::atomic<unsigned long> receivingThreadId_{0};
     const std::unique_ptr<MessageQueue> queue_;
-    OSWrap::ConditionVar processedLock_{false};
-    MessageLog processed_ RB_GUARDED_BY(processedLock_);
-    OSWrap::ConditionVar receivedLock_{false};
-    MessageLog received_ RB_GUARDED_BY(receivedLock_);
+    MessageLog processed_;
+    MessageLog received_;
     std::map<unsigned, std::unique_ptr<MetaData>> metaData_; // with the run permission
     TreflectOrbId orbId_;                                    // constant after construction, as waitDuration_
     mutable std::map<Transport::TerminationId, InternalPerfCnts> counters_; // with the run permission

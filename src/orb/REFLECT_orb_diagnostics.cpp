@@ -7,11 +7,13 @@
 #include "platform/UnitFigures.h"
 #include "threads/HandlerThreadsType_p.h"
 
+#include <new>
 #include <utility>
 
 namespace {
 
 constexpr char kSource[] = "REFLECT_orb";
+constexpr std::size_t kLoggedMessages = 5;
 constexpr unsigned kRequestSize = 100;
 constexpr unsigned kResponseSize = 104;
 
@@ -132,25 +134,39 @@ void TreflectORB::display(int) {
     LogDispatch(5, LogMakeString("  unit free: %ld", oscwGetUnitFreeMem()), kSource);
 }
 
+void TreflectORB::MessageLog::add(const ProcessedMessage &message) {
+    Locked lock(lock_);
+    try {
+        if (messages_.size() >= kLoggedMessages) {
+            messages_.pop_front();
+        }
+        messages_.push_back(message);
+    } catch (const std::bad_alloc &) { // one record less
+    }
+}
+
+std::deque<TreflectORB::ProcessedMessage> TreflectORB::MessageLog::messages() {
+    Locked lock(lock_);
+    return messages_;
+}
+
 void TreflectORB::dumpMessages() {
-    {
-        Locked lock(processedLock_);
-        for (const ProcessedMessage &message : processed_) {
-            LogDispatch(6,
-                        LogMakeString("Processed Msg : Sender:0x%08X Destination:0x%08X CC:0x%X MC:0x%X",
-                                      message.sender, message.destination, message.classCode, message.methodCode),
-                        kSource);
-        }
+    for (const ProcessedMessage &message : processed_.messages()) {
+        LogDispatch(6,
+                    LogMakeString("Processed Msg : Sender:0x%08X Destination:0x%08X CC:0x%X MC:0x%X", message.sender,
+                                  message.destination, message.classCode, message.methodCode),
+                    kSource);
     }
-    {
-        Locked lock(receivedLock_);
-        for (const ProcessedMessage &message : received_) {
-            LogDispatch(6,
-                        LogMakeString("Recieved Msg : Sender:0x%08X Destination:0x%08X Transaction ID:%X ",
-                                      message.sender, message.destination, message.transactionId),
-                        kSource);
-        }
+    for (const ProcessedMessage &message : received_.messages()) {
+        LogDispatch(6,
+                    LogMakeString("Recieved Msg : Sender:0x%08X Destination:0x%08X Transaction ID:%X ", message.sender,
+                                  message.destination, message.transactionId),
+                    kSource);
     }
-    Locked lock(*queue_);
-    LogDispatch(6, LogMakeString("Size of RMI msg queue : %zu", queue_->messages.size()), kSource);
+    std::size_t queued = 0;
+    {
+        Locked lock(*queue_);
+        queued = queue_->messages.size();
+    }
+    LogDispatch(6, LogMakeString("Size of RMI msg queue : %zu", queued), kSource);
 }

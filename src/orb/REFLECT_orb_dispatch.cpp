@@ -145,7 +145,7 @@ void TreflectORB::dispatchCall(TipprmiStream &request, Worker &worker) {
     entry.classCode = cc;
     entry.destination = termId().value();
     entry.sender = request.msg().originator().value();
-    record(processed_, processedLock_, entry);
+    processed_.add(entry);
 }
 
 void TreflectORB::dispatchCounters(TipprmiStream &request, Worker &) {

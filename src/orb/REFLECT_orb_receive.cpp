@@ -15,7 +15,6 @@
 namespace {
 
 constexpr char kSource[] = "REFLECT_orb";
-constexpr std::size_t kLoggedMessages = 5;
 
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 using QueueLocked = OSWrap::Lock<OSWrap::ConditionVar>;
@@ -122,7 +121,7 @@ void TreflectORB::queueMessage(const TreflectMessage &message) {
     entry.destination = message.destination().value();
     entry.sender = message.originator().value();
     entry.transactionId = message.transactionId();
-    record(received_, receivedLock_, entry);
+    received_.add(entry);
 }
 
 /** The count of idle workers has been raised for the new one. Taken back if there is none, or nobody would ever be
@@ -170,17 +169,6 @@ void TreflectORB::closeQueue() {
 bool TreflectORB::isLeft() const {
     QueueLocked lock(*queue_);
     return queue_->workers == 0 && callers_ == 0;
-}
-
-void TreflectORB::record(MessageLog &log, OSWrap::ConditionVar &lock, const ProcessedMessage &message) {
-    QueueLocked locked(lock);
-    try {
-        if (log.size() >= kLoggedMessages) {
-            log.pop_front();
-        }
-        log.push_back(message);
-    } catch (const std::bad_alloc &) { // one record less
-    }
 }
 
 void TreflectORB::resetUnit() const {
