@@ -1,16 +1,23 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <new>
 
 namespace OSWrap {
 
-/** Shared, counted ownership. The last copy deletes the object with the type it was made of, in whatever thread. */
+/** Shared, counted ownership. The last copy deletes the object with the type it was made of, in whatever thread.
+ * Without memory for the count the object is deleted at once and the pointer is null. */
 template <class T>
 class SmartPointer {
 public:
     SmartPointer() noexcept = default;
     template <class U>
-    explicit SmartPointer(U *object) : pointer_(object) {}
+    explicit SmartPointer(U *object) noexcept {
+        try {
+            pointer_.reset(object);
+        } catch (const std::bad_alloc &) {
+        }
+    }
     template <class U>
     SmartPointer(const SmartPointer<U> &other) noexcept : pointer_(other.pointer_) {}
 

@@ -56,7 +56,8 @@ TimeSpec Clock::getObsTime() noexcept {
 
 timespec ScaledTime::deadline(const OSWrap::TimeSpec &span) noexcept {
     using namespace OSWrap;
-    // One nanosecond more than the rounded quotient: what the scaled clock shows afterwards is never short of `span`.
+    // A little more than the quotient, for what its rounding loses: the scaled clock is never short of `span`
+    // afterwards.
     const TimeSpec real = scale() == 1 ? span : times(span, 1 / scale()) + TimeSpec(0, 1000);
     const TimeSpec end = systemTime() + real;
     constexpr std::int64_t kLast = std::numeric_limits<std::int32_t>::max();

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cmath>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
@@ -76,29 +76,41 @@ bool plain(const std::string &text) {
     });
 }
 
-std::string standardUnitDirectory(Reader &reader) {
-    if (const char *runtime = reader.text("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime == '/') {
-        return std::string(runtime) + "/reflectorb";
+/** Without the slashes at its end; empty if it does not name a directory below the root. */
+std::string absolutePath(std::string path) {
+    while (!path.empty() && path.back() == '/') {
+        path.pop_back();
     }
-    return ::geteuid() == 0 ? "/run/reflectorb"
-                            : LogMakeString("/tmp/reflectorb-%lu", static_cast<unsigned long>(::geteuid()));
+    return !path.empty() && path[0] == '/' && path.size() <= 1024 ? path : std::string();
 }
 
-std::string unitDirectory(Reader &reader) {
-    const std::string standard = standardUnitDirectory(reader);
-    const char *value = reader.text("REFLECTORB_UNIT_DIR");
+std::string standardUnitDirectory(Reader &reader) {
+    const std::string standard = ::geteuid() == 0
+                                     ? "/run/reflectorb"
+                                     : LogMakeString("/tmp/reflectorb-%lu", static_cast<unsigned long>(::geteuid()));
+    const char *value = reader.text("XDG_RUNTIME_DIR");
     if (value == nullptr) {
         return standard;
     }
-    std::string path = value;
-    while (path.size() > 1 && path.back() == '/') {
-        path.pop_back();
-    }
-    if (path[0] != '/' || path.size() < 2 || path.size() > 1024) {
-        reader.refuse("REFLECTORB_UNIT_DIR", value, "an absolute path", standard);
+    const std::string runtime = absolutePath(value);
+    if (runtime.empty()) {
+        reader.refuse("XDG_RUNTIME_DIR", value, "an absolute path", standard);
         return standard;
     }
-    return path;
+    return runtime + "/reflectorb";
+}
+
+std::string unitDirectory(Reader &reader) {
+    const char *value = reader.text("REFLECTORB_UNIT_DIR");
+    const std::string path = value != nullptr ? absolutePath(value) : std::string();
+    if (!path.empty()) {
+        return path;
+    }
+    const std::string standard = standardUnitDirectory(reader);
+    if (value != nullptr) {
+        reader.refuse("REFLECTORB_UNIT_DIR", value, "an absolute path", standard);
+    }
+    return standard;
 }
 
 void auxiliarySlots(Reader &reader, std::array<bool, 256> &slots) {
@@ -122,14 +134,25 @@ void auxiliarySlots(Reader &reader, std::array<bool, 256> &slots) {
     slots = found;
 }
 
+constexpr std::size_t kMaxActorName = 64;
+
+/** The program's name, which may be anything, as far as it can be used. */
+std::string programName() {
+    std::string name = program_invocation_short_name;
+    name.resize(std::min(name.size(), kMaxActorName));
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return c == '/' || !printable(std::string(1, c)); }, '_');
+    return name.empty() ? "unnamed" : name;
+}
+
 std::string actorName(Reader &reader) {
-    const std::string standard = program_invocation_short_name;
+    const std::string standard = programName();
     const char *value = reader.text("REFLECTORB_ACTOR");
     if (value == nullptr) {
         return standard;
     }
     const std::string name = value;
-    if (name.size() > 64 || name.find('/') != std::string::npos || !printable(name)) {
+    if (name.size() > kMaxActorName || name.find('/') != std::string::npos || !printable(name)) {
         reader.refuse("REFLECTORB_ACTOR", value, "at most 64 printable characters without blank and /", standard);
         return standard;
     }
@@ -171,10 +194,11 @@ double timeScale(Reader &reader) {
     if (value == nullptr) {
         return 1;
     }
-    char *end = nullptr;
-    const double scale = std::strtod(value, &end);
-    if (*end != '\0' || !std::isfinite(scale) || scale < 0.001 || scale > 10000 ||
-        std::strspn(value, "0123456789.") != std::strlen(value)) {
+    // Not strtod(), which would ask the application's locale for the decimal point.
+    double scale = 0;
+    const char *const end = value + std::strlen(value);
+    const std::from_chars_result parsed = std::from_chars(value, end, scale, std::chars_format::fixed);
+    if (parsed.ec != std::errc() || parsed.ptr != end || !(scale >= 0.001 && scale <= 10000)) {
         reader.refuse("REFLECTORB_TIME_SCALE", value, "a number from 0.001 to 10000", "1");
         return 1;
     }

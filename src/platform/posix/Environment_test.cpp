@@ -1,14 +1,15 @@
 #include "platform/Environment_p.h"
 
 #include "platform/IdInfo.h"
-#include "support/LogCapture.h"
+#include "platform/Log.h"
 #include "support/Scenario.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <map>
+#include <sstream>
+#include <string>
 #include <unistd.h>
 
 namespace Platform {
@@ -138,40 +139,85 @@ TEST(Environment, BadTextsAreReplaced) {
                                                      "of letters, digits and ._/+-), using nothing");
 }
 
+TEST(Environment, TheStandardDirectoryIsCheckedWhereItIsNeeded) {
+    for (const std::string &value : {std::string("run/user"), std::string("/"), "/" + std::string(1024, 'd')}) {
+        const Environment environment = read({{"XDG_RUNTIME_DIR", value}});
+        EXPECT_EQ(read({}).unitDirectory, environment.unitDirectory) << value;
+        EXPECT_EQ(1U, environment.problems.size()) << value;
+    }
+    const std::string standard = read({}).unitDirectory;
+    expectProblem({{"XDG_RUNTIME_DIR", "here"}},
+                  "XDG_RUNTIME_DIR=\"here\" is not usable (an absolute path), using " + standard);
+    EXPECT_EQ("/run/x/reflectorb", read({{"XDG_RUNTIME_DIR", "/run/x/"}}).unitDirectory);
+    const Environment given = read({{"XDG_RUNTIME_DIR", "here"}, {"REFLECTORB_UNIT_DIR", "/a"}});
+    EXPECT_EQ("/a", given.unitDirectory);
+    EXPECT_TRUE(given.problems.empty()) << "nobody asked for it";
+}
+
+TEST(Environment, ALongValueIsShownInPart) {
+    expectProblem({{"REFLECTORB_SLOT", std::string(100, '9')}},
+                  "REFLECTORB_SLOT=\"" + std::string(64, '9') + "\" is not usable (a number from 1 to 255), using 1");
+}
+
+TEST(Environment, AProgramNameThatIsNoActorNameIsMadeOne) {
+    char *const before = program_invocation_short_name;
+    const auto actorOf = [](std::string program) {
+        program_invocation_short_name = program.data();
+        return read({}).actor;
+    };
+    EXPECT_EQ("agent", actorOf("agent"));
+    EXPECT_EQ("my_agent_", actorOf("my agent\n"));
+    EXPECT_EQ(std::string(64, 'p'), actorOf(std::string(100, 'p')));
+    EXPECT_EQ("unnamed", actorOf(""));
+    program_invocation_short_name = before;
+}
+
 SCENARIO(reportedProblems) {
-    const Testing::LogCapture log;
     static_cast<void>(environment());
-    static_cast<void>(environment());
-    const std::size_t bad =
-        log.count(3, "REFLECTORB_SLOT=\"no\" is not usable (a number from 1 to 255), using 1", "Environment");
-    const std::size_t scale = log.count(4, "time runs 20 times faster", "Environment");
-    std::exit(bad == 1 && scale == 1 && log.lines().size() == 2 ? 3 : 1);
+    static_cast<void>(Transport::IdInfo::getSlot());
+    LogDispatch(3, "last", "test");
 }
 
-TEST(Environment, ProblemsAndTheTimeScaleAreReportedOnce) {
-    // Captured or shown before, by whoever asked first.
-    const Testing::ProcessResult result =
-        Testing::runScenario("reportedProblems", {"REFLECTORB_SLOT=no", "REFLECTORB_TIME_SCALE=20"});
-    const std::string line = "REFLECTORB_SLOT=\"no\" is not usable (a number from 1 to 255), using 1";
-    const bool shown =
-        result.output.find(line) != std::string::npos && result.output.rfind(line) == result.output.find(line);
-    EXPECT_TRUE(result.exitStatus == 3 || shown) << result.output;
+TEST(Environment, EveryBadValueIsReportedInALineOfItsOwnOnce) {
+    const Testing::ProcessResult result = Testing::runScenario(
+        "reportedProblems",
+        {"REFLECTORB_UNIT_DIR=here", "XDG_RUNTIME_DIR=there", "REFLECTORB_SLOT=no", "REFLECTORB_ACTIVE_SLOT=256",
+         "REFLECTORB_AXU_SLOTS=1,x", "REFLECTORB_ACTOR=a b", "REFLECTORB_ROOT=root", "REFLECTORB_LOG=paper",
+         "REFLECTORB_LOG_LEVEL=9", "REFLECTORB_TIME_SCALE=fast"});
+    const std::string actor = read({}).actor;
+    const std::string directory = read({}).unitDirectory;
+    const std::vector<std::string> expected = {
+        "XDG_RUNTIME_DIR=\"there\" is not usable (an absolute path), using " + directory,
+        "REFLECTORB_UNIT_DIR=\"here\" is not usable (an absolute path), using " + directory,
+        "REFLECTORB_SLOT=\"no\" is not usable (a number from 1 to 255), using 1",
+        "REFLECTORB_ACTIVE_SLOT=\"256\" is not usable (a number from 1 to 255), using 1",
+        "REFLECTORB_AXU_SLOTS=\"1,x\" is not usable (numbers from 1 to 255 with commas between), using none",
+        "REFLECTORB_ACTOR=\"a b\" is not usable (at most 64 printable characters without blank and /), using " + actor,
+        "REFLECTORB_ROOT=\"root\" is not usable (an absolute path of letters, digits and ._/+-), using nothing",
+        "REFLECTORB_LOG=\"paper\" is not usable (stderr, syslog, file:PATH or none), using stderr",
+        "REFLECTORB_LOG_LEVEL=\"9\" is not usable (a number from 0 to 6), using 4",
+        "REFLECTORB_TIME_SCALE=\"fast\" is not usable (a number from 0.001 to 10000), using 1",
+    };
+    std::istringstream output(result.output);
+    std::string line;
+    for (const std::string &problem : expected) {
+        ASSERT_TRUE(std::getline(output, line)) << problem;
+        const std::string head = " 3 Environment " + actor + "[";
+        EXPECT_NE(std::string::npos, line.find(head)) << line;
+        EXPECT_EQ("] " + problem, line.substr(std::min(line.size(), line.find(']')))) << line;
+    }
+    ASSERT_TRUE(std::getline(output, line));
+    EXPECT_NE(std::string::npos, line.find("] last")) << line;
+    EXPECT_FALSE(std::getline(output, line)) << line;
 }
 
-SCENARIO(idInfo) {
-    using Transport::IdInfo;
-    const IdInfo &info = IdInfo::instance();
-    const bool good = info.getSlot() == 4 && IdInfo::activeSlot() == 2 && info.isAxu() && IdInfo::axuInSlot(4) &&
-                      IdInfo::axuInSlot(9) && !IdInfo::axuInSlot(5) && !IdInfo::axuInSlot(0) &&
-                      !IdInfo::axuInSlot(256) && !IdInfo::axuInSlot(~0U) && info.getActor() == "agent";
-    ::setenv("REFLECTORB_SLOT", "5", 1);
-    std::exit(good && IdInfo::getSlot() == 4 ? 3 : 1);
-}
-
-TEST(IdInfo, TellsThePlaceInTheUnitAndDoesNotChange) {
-    EXPECT_EQ(3, Testing::runScenario("idInfo", {"REFLECTORB_SLOT=4", "REFLECTORB_ACTIVE_SLOT=2",
-                                                 "REFLECTORB_AXU_SLOTS=4,9", "REFLECTORB_ACTOR=agent"})
-                     .exitStatus);
+TEST(Environment, TheTimeScaleIsReportedOnce) {
+    const Testing::ProcessResult result = Testing::runScenario("reportedProblems", {"REFLECTORB_TIME_SCALE=2.5"});
+    const std::string line = "] time runs 2.5 times faster\n";
+    const std::size_t found = result.output.find(line);
+    ASSERT_NE(std::string::npos, found) << result.output;
+    EXPECT_EQ(found, result.output.rfind(line));
+    EXPECT_NE(std::string::npos, result.output.find(" 4 Environment "));
 }
 
 } // namespace

@@ -2,11 +2,13 @@
 
 #include "platform/Environment_p.h"
 
+#include <exception>
+
 namespace Transport {
 
 IdInfo &IdInfo::instance() noexcept {
-    static IdInfo *const info = new IdInfo;
-    return *info;
+    static IdInfo info;
+    return info;
 }
 
 unsigned IdInfo::getSlot() noexcept {
@@ -22,7 +24,11 @@ bool IdInfo::axuInSlot(unsigned slot) noexcept {
     return slot < 256 && Platform::environment().axuSlots[slot];
 }
 std::string IdInfo::getActor() {
-    return Platform::environment().actor;
+    try {
+        return Platform::environment().actor;
+    } catch (const std::exception &) { // short of memory
+        return {};
+    }
 }
 
 } // namespace Transport

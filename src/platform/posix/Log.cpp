@@ -184,9 +184,13 @@ Sink setSink(Sink sink) {
     if (Front::inside) {
         return {};
     }
-    const std::shared_ptr<Sink> before =
-        Front::instance().exchange(sink ? std::make_shared<Sink>(std::move(sink)) : nullptr);
-    return before ? *before : Sink();
+    try {
+        const std::shared_ptr<Sink> before =
+            Front::instance().exchange(sink ? std::make_shared<Sink>(std::move(sink)) : nullptr);
+        return before ? std::move(*before) : Sink(); // nobody else has it any more
+    } catch (const std::exception &) {               // short of memory: all stays as it was
+        return {};
+    }
 }
 
 void flushBeforeAbort() {
@@ -202,7 +206,11 @@ void flushBeforeAbort() {
 
 int rawDescriptor() noexcept {
     const Quiet quiet;
-    return Front::inside ? -1 : Front::instance().descriptor();
+    try {
+        return Front::inside ? -1 : Front::instance().descriptor();
+    } catch (const std::exception &) {
+        return -1;
+    }
 }
 
 } // namespace Log

@@ -22,8 +22,8 @@ unsigned randomStart() noexcept {
 UniqueIdGen::UniqueIdGen() noexcept : next_(randomStart()) {}
 
 UniqueIdGen *UniqueIdGen::instance() noexcept {
-    static UniqueIdGen *const generator = new UniqueIdGen; // usable during process exit, too
-    return generator;
+    static UniqueIdGen generator; // trivially destroyed: usable during process exit, too
+    return &generator;
 }
 
 unsigned UniqueIdGen::getId() noexcept {
