@@ -13,23 +13,53 @@
 namespace OSWrap {
 namespace {
 
+extern Mutex staticMutex;
+extern Mutex heldMutex;
+extern CountedMutex staticCountedMutex;
+
 /** Uses what must be usable before main(), whatever the order of static objects. */
 struct BeforeMain {
     BeforeMain() RB_NO_ANALYSIS {
-        Mutex own;
-        locked = own.trylock() && !own.trylock() && own.unlock();
+        locked = staticMutex.lock() && !Testing::isFree(staticMutex) && staticMutex.unlock();
+        held = heldMutex.lock();
+        counted = staticCountedMutex.lock() && staticCountedMutex.lock();
         ConditionVar variable;
         waited = variable.lock() && !variable.wait(TimeSpec(0, 1)) && variable.unlock();
+        Log::setSink([this](int, const std::string &line, const char *) { logged = line == "before main"; });
         LogDispatch(6, "before main", "test");
+        Log::setSink({});
     }
     bool locked = false;
+    bool held = false;
+    bool counted = false;
     bool waited = false;
+    bool logged = false;
 };
-const BeforeMain beforeMain;
+// Made first of all static objects, so before the locks that it uses would be, were they made at run time.
+__attribute__((init_priority(101))) BeforeMain beforeMain;
+Mutex staticMutex;
+Mutex heldMutex{Mutex::RunPermissionAware{}}; // held for as long as other tests run
+CountedMutex staticCountedMutex;
 
-TEST(Mutex, CanBeUsedBeforeMain) {
+/** Frees the locks before they are destroyed, whichever test this process ran. */
+struct AtExit {
+    ~AtExit() RB_NO_ANALYSIS {
+        if (staticCountedMutex.unlock() && staticCountedMutex.unlock()) { // by the thread that has them
+            heldMutex.unlock();
+        }
+    }
+};
+const AtExit atExit;
+
+TEST(Mutex, CanBeUsedBeforeMain) RB_NO_ANALYSIS {
     EXPECT_TRUE(beforeMain.locked);
+    EXPECT_TRUE(beforeMain.held);
+    EXPECT_TRUE(beforeMain.counted);
     EXPECT_TRUE(beforeMain.waited);
+    EXPECT_TRUE(beforeMain.logged);
+    // Still held: nothing made them anew since.
+    EXPECT_FALSE(Testing::isFree(heldMutex));
+    EXPECT_EQ(2U, staticCountedMutex.count());
 }
 
 TEST(Mutex, ExcludesOtherThreads) {
