@@ -8,8 +8,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
+#include <cstddef>
+#include <ctime>
+#include <linux/filter.h>
+#include <linux/futex.h>
+#include <linux/seccomp.h>
 #include <memory>
 #include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 
 namespace OSWrap {
 namespace {
@@ -180,6 +188,34 @@ TEST_P(ConditionVarTest, NoSignalIsEverLost) {
     }
 }
 
+/** As a lock that gives something up while it blocks would be. */
+class CountingVariable : public ConditionVar {
+public:
+    bool lock() override RB_NO_ANALYSIS {
+        ++locked;
+        return ConditionVar::lock();
+    }
+    bool unlock() override RB_NO_ANALYSIS {
+        ++unlocked;
+        return ConditionVar::unlock();
+    }
+    int locked = 0;
+    int unlocked = 0;
+};
+
+TEST(ConditionVarOverride, ALockReachesWhatADerivedClassOverrides) {
+    CountingVariable variable;
+    ConditionVar &base = variable;
+    {
+        Locked lock(base);
+        EXPECT_EQ(1, variable.locked);
+        EXPECT_EQ(0, variable.unlocked);
+        base.wait(TimeSpec(0, 1));
+    }
+    EXPECT_EQ(1, variable.locked) << "the wait uses the lock below";
+    EXPECT_EQ(1, variable.unlocked);
+}
+
 INSTANTIATE_TEST_SUITE_P(BothFlags, ConditionVarTest, testing::Bool());
 
 SCENARIO(thirtySecondWait) {
@@ -194,6 +230,76 @@ SCENARIO(thirtySecondWait) {
 TEST(ConditionVarScaled, LongWaitsFollowTheTimeScale) {
     EXPECT_EQ(3, Testing::runScenario("thirtySecondWait", {"REFLECTORB_TIME_SCALE=1000"}, 20).exitStatus);
 }
+
+#if defined(__x86_64__)
+
+/** From now on the kernel ends this process should it wait by the wall clock. */
+bool forbidWallClockWaits() {
+    constexpr auto kNumber = offsetof(seccomp_data, nr);
+    constexpr auto kClock = offsetof(seccomp_data, args[0]);
+    constexpr auto kOperation = offsetof(seccomp_data, args[1]);
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kNumber),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_futex, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kOperation),
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, FUTEX_CLOCK_REALTIME, 0, 4),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clock_nanosleep, 0, 2),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kClock),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, CLOCK_REALTIME, 1, 0),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+    };
+    const sock_fprog program{sizeof filter / sizeof *filter, filter};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+SCENARIO(waitsWithoutWallClock) {
+    SCENARIO_CHECK(forbidWallClockWaits());
+    ConditionVar variable;
+    {
+        Locked lock(variable);
+        SCENARIO_CHECK(!variable.wait(TimeSpec(0, 1000000)));
+        Testing::TestThread thread([&variable] {
+            Locked inner(variable);
+            variable.broadcast();
+        });
+        while (!variable.wait(TimeSpec(60))) {
+        }
+    }
+    Thread::sleep(TimeSpec(0, 1000000));
+    std::exit(3);
+}
+
+SCENARIO(waitByWallClock) {
+    SCENARIO_CHECK(forbidWallClockWaits());
+    timespec soon{};
+    ::clock_gettime(CLOCK_REALTIME, &soon);
+    ++soon.tv_sec;
+    ::clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &soon, nullptr);
+}
+
+SCENARIO(conditionByWallClock) {
+    SCENARIO_CHECK(forbidWallClockWaits());
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+    timespec soon{};
+    ::clock_gettime(CLOCK_REALTIME, &soon);
+    ++soon.tv_sec;
+    pthread_mutex_lock(&mutex);
+    pthread_cond_timedwait(&condition, &mutex, &soon);
+    pthread_mutex_unlock(&mutex);
+}
+
+/** Then a change of the wall clock cannot touch them. */
+TEST(ConditionVarClock, NoWaitOrSleepGoesByTheWallClock) {
+    const Testing::ProcessResult result = Testing::runScenario("waitsWithoutWallClock");
+    EXPECT_EQ(3, result.exitStatus) << result.output;
+    EXPECT_EQ(SIGSYS, Testing::runScenario("waitByWallClock").signal) << "it would be noticed";
+    EXPECT_EQ(SIGSYS, Testing::runScenario("conditionByWallClock").signal) << "it would be noticed";
+}
+
+#endif
 
 } // namespace
 } // namespace OSWrap
