@@ -67,6 +67,7 @@ protected:
 
 private:
     struct State;
+    static std::shared_ptr<State> makeState() noexcept;
     static void *entry(void *self);
     std::shared_ptr<State> state_;
 };

@@ -96,6 +96,7 @@ bool ConditionVar::wait(const TimeSpec &limit) RB_NO_ANALYSIS {
     Waiter self(*this);
     const bool timed = limit != TimeSpec::INFINITETIME;
     if (timed && limit <= TimeSpec()) {
+        pthread_testcancel();
         mutex_.unlock();
         mutex_.lock();
         return false;

@@ -4,14 +4,18 @@
 #include "platform/Log.h"
 #include "platform/Thread.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <spdlog/details/log_msg.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/syslog_sink.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Log {
@@ -26,6 +30,74 @@ std::string body(int level, const std::string &text, const char *source) {
     return LogMakeString("%d %s %s[%d] %s", level, source, Transport::IdInfo::getActor().c_str(),
                          OSWrap::Thread::getCurrentTid(), text.c_str());
 }
+
+/** No SIGPIPE comes out of the scope, whatever is written in it; one that was pending before stays so. */
+class NoBrokenPipe {
+public:
+    NoBrokenPipe() {
+        sigset_t pending;
+        sigemptyset(&pipe_);
+        sigaddset(&pipe_, SIGPIPE);
+        wasPending_ = ::sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+    }
+    ~NoBrokenPipe() {
+        const int error = errno;
+        const timespec none{};
+        if (!wasPending_) {
+            static_cast<void>(::sigtimedwait(&pipe_, nullptr, &none));
+        }
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+        errno = error;
+    }
+    NoBrokenPipe(const NoBrokenPipe &) = delete;
+    NoBrokenPipe &operator=(const NoBrokenPipe &) = delete;
+
+private:
+    sigset_t pipe_;
+    sigset_t before_;
+    bool wasPending_;
+};
+
+/**
+ * A descriptor for one line, written without blocking. A pipe or a terminal that others share may be blocking, and must
+ * stay it for them: it is opened once more.
+ */
+class Output {
+public:
+    explicit Output(int fd) : fd_(fd) {
+        struct stat status {};
+        if (::fstat(fd, &status) != 0) {
+            return;
+        }
+        if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
+            own_ = ::open(LogMakeString("/proc/self/fd/%d", fd).c_str(),
+                          O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | O_APPEND);
+        }
+        socket_ = S_ISSOCK(status.st_mode);
+    }
+    ~Output() {
+        if (own_ >= 0) {
+            ::close(own_);
+        }
+    }
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+
+    int descriptor() const noexcept { return own_ >= 0 ? own_ : fd_; }
+    ssize_t write(const char *bytes, std::size_t size) const {
+        if (socket_) {
+            return ::send(fd_, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+        }
+        const NoBrokenPipe noSignal;
+        return ::write(descriptor(), bytes, std::min<std::size_t>(size, 4096));
+    }
+
+private:
+    const int fd_;
+    int own_ = -1;
+    bool socket_ = false;
+};
 
 /** A descriptor that may be a pipe whose reader does not read: then a line waits a while and is dropped. */
 class DescriptorSink : public StockSink {
@@ -61,12 +133,13 @@ private:
 
     /** False if nothing at all went out; a line that was begun is finished or given up with its rest. */
     bool put(const std::string &text, std::chrono::milliseconds patience) const {
+        const Output output(fd_);
         const auto limit = std::chrono::steady_clock::now() + patience;
         std::size_t done = 0;
         while (done < text.size()) {
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(limit - std::chrono::steady_clock::now());
-            pollfd state{fd_, POLLOUT, 0};
+            pollfd state{output.descriptor(), POLLOUT, 0};
             const int ready = ::poll(&state, 1, left.count() > 0 ? static_cast<int>(left.count()) : 0);
             if (ready < 0 && errno == EINTR) {
                 continue;
@@ -74,9 +147,7 @@ private:
             if (ready <= 0) {
                 return done != 0;
             }
-            // A pipe that is ready takes this much without blocking, whoever else made it blocking.
-            const std::size_t chunk = std::min<std::size_t>(text.size() - done, 4096);
-            const ssize_t written = ::write(fd_, text.data() + done, chunk);
+            const ssize_t written = output.write(text.data() + done, text.size() - done);
             if (written < 0 && errno != EINTR && errno != EAGAIN) {
                 return true; // a closed or broken descriptor: nothing to wait for
             }

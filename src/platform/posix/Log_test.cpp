@@ -245,6 +245,26 @@ TEST(StockSink, AReaderThatDoesNotReadStopsNobody) {
     EXPECT_EQ(3, runScenario("pipeThatNobodyReads").exitStatus);
 }
 
+/** Whoever read the error output is gone. */
+SCENARIO(brokenPipe) {
+    int ends[2];
+    if (::pipe(ends) != 0) {
+        std::exit(1);
+    }
+    ::dup2(ends[1], STDERR_FILENO);
+    ::close(ends[0]);
+    LogDispatch(3, "nobody reads this", "src");
+    sigset_t pending;
+    ::sigpending(&pending);
+    std::exit(sigismember(&pending, SIGPIPE) == 0 ? 3 : 2);
+}
+
+TEST(StockSink, AReaderThatIsGoneDoesNotEndTheActor) {
+    const Testing::ProcessResult result = runScenario("brokenPipe");
+    EXPECT_EQ(0, result.signal);
+    EXPECT_EQ(3, result.exitStatus);
+}
+
 /** A child of fork() that logs, while another thread of the parent was logging. */
 SCENARIO(forkedWhileLogging) {
     std::atomic<bool> stop{false};

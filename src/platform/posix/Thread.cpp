@@ -59,12 +59,25 @@ struct Thread::State {
     char name[kNameLength + 1] = {};
     bool detached = false;
 
-    bool create(Thread *thread);
+    enum class Creation { failed, asAsked, withTimeSharing };
+    Creation create(Thread *thread);
+    int createWith(pthread_attr_t &attributes, Thread *thread, bool &refused);
 };
+
+std::shared_ptr<Thread::State> Thread::makeState() noexcept {
+    try {
+        return std::make_shared<State>();
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
 
 Thread::Thread(const Priority &priority, const SchedulingPolicy &policy, unsigned stackSize, const char *name,
                bool detached)
-    : state_(std::make_shared<State>()) {
+    : state_(makeState()) {
+    if (!state_) {
+        return; // no memory: start() will fail
+    }
     state_->priority = priority.value();
     state_->policy = policy.value();
     state_->stackSize = stackSize == ~0U ? 0 : std::max<std::size_t>(stackSize, stackFloor());
@@ -76,7 +89,7 @@ Thread::Thread(const Priority &priority, const SchedulingPolicy &policy, unsigne
 
 Thread::~Thread() {
     bool alive = false;
-    {
+    if (state_) {
         Lock<Mutex> lock(state_->lock);
         alive = state_->started && !state_->detached && !state_->joined;
     }
@@ -88,13 +101,20 @@ Thread::~Thread() {
 }
 
 void Thread::deleteOnThreadTermination() {
+    if (!state_) {
+        return;
+    }
     Lock<Mutex> lock(state_->lock);
     state_->deleteAtEnd = true;
+    state_->detached = true; // nobody could join what is gone
 }
 
 bool Thread::start() {
     const std::shared_ptr<State> state = state_;
-    bool created = false;
+    if (!state) {
+        return false;
+    }
+    State::Creation creation = State::Creation::failed;
     bool destroy = false;
     {
         Lock<Mutex> lock(state->lock);
@@ -102,22 +122,27 @@ bool Thread::start() {
             return false;
         }
         // The new thread first waits for this lock, so it finds all this in place.
-        created = state->create(this);
-        destroy = !created && state->deleteAtEnd;
+        creation = state->create(this);
+        destroy = creation == State::Creation::failed && state->deleteAtEnd;
     }
-    if (!created) {
+    if (creation == State::Creation::failed) {
         LogDispatch(3, LogMakeString("Thread %s cannot be created", state->name), kSource);
+    } else if (creation == State::Creation::withTimeSharing) {
+        LogDispatch(5,
+                    LogMakeString("Thread %s runs with time sharing, policy %d priority %d not permitted", state->name,
+                                  state->policy, state->priority),
+                    kSource);
     }
     if (destroy) {
         delete this;
     }
-    return created;
+    return creation != State::Creation::failed;
 }
 
-bool Thread::State::create(Thread *thread) RB_NO_ANALYSIS {
+Thread::State::Creation Thread::State::create(Thread *thread) RB_NO_ANALYSIS {
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) {
-        return false;
+        return Creation::failed;
     }
     if (stackSize != 0) {
         pthread_attr_setstacksize(&attributes, std::max<std::size_t>(stackSize, PTHREAD_STACK_MIN));
@@ -125,31 +150,32 @@ bool Thread::State::create(Thread *thread) RB_NO_ANALYSIS {
     if (detached) {
         pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     }
-    int error = EPERM;
+    bool refused = false;
+    started = running = createWith(attributes, thread, refused) == 0;
+    pthread_attr_destroy(&attributes);
+    if (!started) {
+        return Creation::failed;
+    }
+    return refused ? Creation::withTimeSharing : Creation::asAsked;
+}
+
+int Thread::State::createWith(pthread_attr_t &attributes, Thread *thread, bool &refused) RB_NO_ANALYSIS {
     if (policy == 1 || policy == 2) {
         sched_param parameters{};
         parameters.sched_priority = priority;
         pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
         pthread_attr_setschedpolicy(&attributes, policy == 1 ? SCHED_FIFO : SCHED_RR);
-        error = pthread_attr_setschedparam(&attributes, &parameters);
+        int error = pthread_attr_setschedparam(&attributes, &parameters);
         if (error == 0) {
             error = pthread_create(&id, &attributes, &Thread::entry, thread);
         }
-        if (error == EPERM || error == EINVAL) {
-            LogDispatch(5,
-                        LogMakeString("Thread %s runs with time sharing, policy %d priority %d not permitted", name,
-                                      policy, priority),
-                        kSource);
-            pthread_attr_setinheritsched(&attributes, PTHREAD_INHERIT_SCHED);
-            error = EPERM;
+        if (error != EPERM && error != EINVAL) {
+            return error;
         }
+        refused = true;
+        pthread_attr_setinheritsched(&attributes, PTHREAD_INHERIT_SCHED);
     }
-    if (error == EPERM) {
-        error = pthread_create(&id, &attributes, &Thread::entry, thread);
-    }
-    pthread_attr_destroy(&attributes);
-    started = running = error == 0;
-    return started;
+    return pthread_create(&id, &attributes, &Thread::entry, thread);
 }
 
 void *Thread::entry(void *argument) {
@@ -193,14 +219,21 @@ void *Thread::entry(void *argument) {
 }
 
 bool Thread::stop() {
-    Lock<Mutex> lock(state_->lock);
-    state_->stopRequested = true;
-    return state_->running && pthread_cancel(state_->id) == 0;
+    const std::shared_ptr<State> state = state_; // one that deletes itself may do so before this returns
+    if (!state) {
+        return false;
+    }
+    Lock<Mutex> lock(state->lock);
+    state->stopRequested = true;
+    return state->running && pthread_cancel(state->id) == 0;
 }
 
 bool Thread::join() {
     DisableCancelStateGuard guard;
     const std::shared_ptr<State> state = state_;
+    if (!state) {
+        return false;
+    }
     pthread_t id{};
     {
         Lock<Mutex> lock(state->lock);
@@ -214,7 +247,7 @@ bool Thread::join() {
 }
 
 int Thread::result() const {
-    return state_->result;
+    return state_ ? state_->result.load() : 0;
 }
 
 void Thread::sleep(const TimeSpec &time) {

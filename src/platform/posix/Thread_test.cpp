@@ -118,11 +118,18 @@ TEST(Thread, PrioritiesThatAreNotPermittedFallBackToTimeSharing) {
     ASSERT_TRUE(timeSharing.start());
     EXPECT_TRUE(timeSharing.join());
     EXPECT_EQ(0U, log.lines().size());
-    // 200 is no priority of any policy, whoever asks.
-    Body impossible([] { return 2; }, kSystemStack, false, "fifo", 1);
+    class Impossible : public Thread {
+    public:
+        // 200 is no priority of any policy, whoever asks.
+        Impossible() : Thread(Priority(200), SchedulingPolicy(1), kSystemStack, "fifo", false) {}
+
+    protected:
+        int run() override { return 2; }
+    } impossible;
     ASSERT_TRUE(impossible.start());
     EXPECT_TRUE(impossible.join());
     EXPECT_EQ(2, impossible.result());
+    EXPECT_EQ(1U, log.count(5, "Thread fifo runs with time sharing, policy 1 priority 200 not permitted", "OSWrap"));
 }
 
 TEST(Thread, JoinOnOneselfFailsAtOnce) {
@@ -201,7 +208,6 @@ TEST(Thread, OnlyWaitAndSleepAreCancellationPoints) {
         ConditionVar variable;
         {
             Lock<ConditionVar> lock(variable);
-            variable.wait(TimeSpec());
             variable.broadcast();
         }
         reached = 1;
@@ -214,6 +220,42 @@ TEST(Thread, OnlyWaitAndSleepAreCancellationPoints) {
     stopped.open();
     EXPECT_TRUE(thread.join());
     EXPECT_EQ(1, reached);
+}
+
+TEST(Thread, AWaitWithoutTimeIsACancellationPointToo) {
+    ConditionVar variable;
+    std::atomic<bool> passed{false};
+    Testing::Gate stopped;
+    Body thread([&] {
+        stopped.pass();
+        Lock<ConditionVar> lock(variable);
+        variable.wait(TimeSpec());
+        passed = true;
+        return 0;
+    });
+    ASSERT_TRUE(thread.start());
+    EXPECT_TRUE(thread.stop());
+    stopped.open();
+    EXPECT_TRUE(thread.join());
+    EXPECT_FALSE(passed);
+    EXPECT_TRUE(Testing::isFree(variable));
+}
+
+TEST(Thread, OneThatDeletesItselfCannotBeJoined) {
+    const Testing::LogCapture log;
+    std::atomic<int> destroyed{0};
+    Testing::Gate gate;
+    auto *thread = new Body([&gate] {
+        gate.pass();
+        return 0;
+    });
+    thread->destroyed = &destroyed;
+    thread->deleteOnThreadTermination();
+    ASSERT_TRUE(thread->start());
+    EXPECT_FALSE(thread->join());
+    gate.open();
+    EXPECT_TRUE(Testing::eventually([&] { return destroyed == 1; }));
+    EXPECT_EQ(0U, log.lines().size());
 }
 
 TEST(Thread, DeletesItselfAfterReturnCancellationAndFailedStart) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
@@ -63,8 +64,7 @@ bool Connection::send(const Frame &head, AddressedMessage &&message, bool mayWai
             // A message that broke off half-way must come back like one that waited: the queue returns it.
             if (sent == Sent::broken && item.begun) {
                 static_cast<void>(pressure_.admit(lock_, 0, false));
-                queue_.push_back(std::move(item));
-                return true;
+                return enqueue(std::move(item));
             }
             return sent == Sent::all;
         }
@@ -72,11 +72,29 @@ bool Connection::send(const Frame &head, AddressedMessage &&message, bool mayWai
     if (!pressure_.admit(lock_, item.message.size(), mayWait && !item.begun)) {
         return false;
     }
-    queue_.push_back(std::move(item));
+    if (!enqueue(std::move(item))) {
+        return false;
+    }
     if (!wantsWrite_.exchange(true)) {
         reactor_.wake();
     }
     return true;
+}
+
+/** Without memory for it a message that has begun cannot be ended: the connection is. */
+bool Connection::enqueue(Item &&item) {
+    const std::size_t size = item.message.size();
+    const bool begun = item.begun;
+    try {
+        queue_.push_back(std::move(item));
+        return true;
+    } catch (const std::bad_alloc &) {
+        pressure_.left(size);
+        if (begun) {
+            ::shutdown(socket_.get(), SHUT_RDWR);
+        }
+        return false;
+    }
 }
 
 bool Connection::sendControl(FrameType type, std::uint32_t originator, std::uint32_t destination) {
@@ -89,13 +107,15 @@ bool Connection::sendControl(FrameType type, std::uint32_t originator, std::uint
     item.head.type = type;
     item.head.originator = originator;
     item.head.destination = destination;
-    if (queue_.empty()) {
-        const Sent sent = sendPieces(item);
-        if (sent != Sent::blocked) {
-            return sent == Sent::all;
-        }
+    // One that is broken ends when all that the peer has sent was read, not here.
+    if (queue_.empty() && sendPieces(item) != Sent::blocked) {
+        return true;
     }
-    queue_.push_back(std::move(item));
+    try {
+        queue_.push_back(std::move(item));
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
     if (!wantsWrite_.exchange(true)) {
         reactor_.wake();
     }
@@ -187,6 +207,7 @@ void Connection::ready(short events) {
 
 void Connection::readAll() {
     std::string problem;
+    ::shutdown(socket_.get(), SHUT_RDWR); // what is there can still be read, but it becomes no more
     while (!ended_) {
         const Read read = readPacket(problem);
         if (read == Read::nothing) {

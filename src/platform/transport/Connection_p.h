@@ -72,6 +72,7 @@ private:
     enum class Sent { all, blocked, broken };
     enum class Read { frame, nothing, end };
 
+    bool enqueue(Item &&item) RB_REQUIRES(lock_);
     Sent sendPieces(Item &item) RB_REQUIRES(lock_);
     Sent sendPacket(const unsigned char *head, const unsigned char *body, std::size_t size) RB_REQUIRES(lock_);
     void flushQueue();

@@ -15,7 +15,8 @@ std::atomic<int> openDescriptors[kEntries]; // descriptor + 1; 0: free
 
 void closeInChild() noexcept {
     for (std::atomic<int> &entry : openDescriptors) {
-        if (int value = entry.load(std::memory_order_relaxed); value != 0) {
+        // Taken out: in a child of the child the number may be that of something else.
+        if (int value = entry.exchange(0); value != 0) {
             ::close(value - 1);
         }
     }

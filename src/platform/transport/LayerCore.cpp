@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <new>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -113,7 +114,27 @@ LayerCore::LayerCore() : link_(linkFactory(reactor_, *this)), loopback_(std::mak
 
 // --- own terminations -----------------------------------------------------------------------------------------------
 
+unsigned LayerCore::claimName() {
+    return refusedInChild() ? 0 : link_->claimName();
+}
+
+void LayerCore::releaseName(unsigned name) {
+    if (!Platform::inForkedChild()) {
+        link_->releaseName(name);
+    }
+}
+
 bool LayerCore::start(const TerminationImpl &termination) {
+    try {
+        return startOrThrow(termination);
+    } catch (const std::bad_alloc &) {
+        LogDispatch(3, "Transport: no memory to start a termination", kSource);
+        stop(termination);
+        return false;
+    }
+}
+
+bool LayerCore::startOrThrow(const TerminationImpl &termination) {
     const TerminationId id = termination.termId();
     if (refusedInChild() || id.value() == 0 || !termination.own_ || termination.own_->stopped() || !reactor_.start()) {
         return false;
@@ -129,42 +150,59 @@ bool LayerCore::start(const TerminationImpl &termination) {
                 reactor_.watch(loopback_);
             });
         }
-        enter(id);
-    }
-    if (!link_->announce(id)) {
-        stop(termination);
-        return false;
-    }
-    std::deque<TerminationPtr> present;
-    {
-        Locked lock(tables_);
-        // From here on events are queued, under the same lock that guards the tables: nothing is missed or doubled.
-        for (const auto &entry : known_) {
-            if (entry.first == id.value()) {
-                present.push_front(entry.second);
-            } else {
-                present.push_back(entry.second);
-            }
-        }
+        // Those that start at the same time do not listen yet: they find it among the present ones.
+        const TerminationPtr known = enter(id);
         for (const auto &entry : own_) {
             if (entry.first != id.value()) {
-                entry.second->appeared(known_[id.value()]);
+                entry.second->appeared(known);
             }
         }
-        if (termination.own_->listen(std::move(present))) {
-            return true;
-        }
+    }
+    if (!link_->announce(id)) {
+        Locked lock(tables_);
+        own_.erase(id.value());
+        remove(id);
+        return false;
+    }
+    if (listen(termination)) {
+        return true;
     }
     stop(termination);
     return false;
 }
 
+/** From here on events are queued, under the same lock that guards the tables: nothing is missed or doubled. */
+bool LayerCore::listen(const TerminationImpl &termination) try {
+    const unsigned id = termination.termId().value();
+    std::deque<TerminationPtr> present;
+    Locked lock(tables_);
+    if (own_.count(id) == 0) {
+        return false; // stopped meanwhile
+    }
+    for (const auto &entry : known_) {
+        if (entry.first == id) {
+            present.push_front(entry.second);
+        } else {
+            present.push_back(entry.second);
+        }
+    }
+    return termination.own_->listen(std::move(present));
+} catch (const std::bad_alloc &) {
+    return false;
+}
+
 bool LayerCore::started(const TerminationImpl &termination) {
+    if (Platform::inForkedChild()) {
+        return false;
+    }
     Locked lock(tables_);
     return own_.count(termination.termId().value()) != 0;
 }
 
 void LayerCore::stop(const TerminationImpl &termination) {
+    if (Platform::inForkedChild() || !termination.own_) {
+        return; // in a child another thread of the actor may have held every lock when it was forked
+    }
     const TerminationId id = termination.termId();
     bool first = false;
     {
@@ -174,9 +212,6 @@ void LayerCore::stop(const TerminationImpl &termination) {
             termination.own_->beginStop();
             remove(id);
         }
-    }
-    if (Platform::inForkedChild() || !termination.own_) {
-        return;
     }
     if (!first) {
         termination.own_->awaitStop();
@@ -226,6 +261,9 @@ void LayerCore::terminationVanished(TerminationId id) {
 }
 
 TerminationPtr LayerCore::find(TerminationId id) {
+    if (refusedInChild()) {
+        return TerminationPtr();
+    }
     Locked lock(tables_);
     const auto found = known_.find(id.value());
     return found != known_.end() ? found->second : TerminationPtr();
@@ -233,16 +271,23 @@ TerminationPtr LayerCore::find(TerminationId id) {
 
 std::vector<TerminationPtr> LayerCore::all() {
     std::vector<TerminationPtr> terminations;
+    if (refusedInChild()) {
+        return terminations;
+    }
     Locked lock(tables_);
-    for (const auto &entry : known_) {
-        terminations.push_back(entry.second);
+    try {
+        terminations.reserve(known_.size());
+        for (const auto &entry : known_) {
+            terminations.push_back(entry.second);
+        }
+    } catch (const std::bad_alloc &) { // none then
     }
     return terminations;
 }
 
 // --- the way of a message -------------------------------------------------------------------------------------------
 
-bool LayerCore::issue(TerminationId target, const AddressedMessage &message) {
+bool LayerCore::issue(TerminationId target, const AddressedMessage &message) try {
     if (refusedInChild() || message.buf() == nullptr || message.size() > kMaxMessageSize) {
         return false;
     }
@@ -268,14 +313,18 @@ bool LayerCore::issue(TerminationId target, const AddressedMessage &message) {
     AddressedMessage copy = message;
     copy.destination() = target;
     return way == Way::loopback ? loopback_->send(std::move(copy), false) : link_->send(std::move(copy));
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
-bool LayerCore::giveBack(const AddressedMessage &message) {
+bool LayerCore::giveBack(const AddressedMessage &message) try {
     if (refusedInChild() || message.buf() == nullptr) {
         return false;
     }
     AddressedMessage copy = message;
     return findOwn(message.originator()) ? loopback_->send(std::move(copy), true) : link_->giveBack(std::move(copy));
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 void LayerCore::messageArrived(AddressedMessage &&message) {

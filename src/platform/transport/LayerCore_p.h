@@ -25,8 +25,8 @@ public:
 
     Reactor &reactor() noexcept { return reactor_; }
 
-    unsigned claimName() { return link_->claimName(); }
-    void releaseName(unsigned name) { link_->releaseName(name); }
+    unsigned claimName();
+    void releaseName(unsigned name);
     bool start(const TerminationImpl &termination);
     bool started(const TerminationImpl &termination);
     void stop(const TerminationImpl &termination);
@@ -50,6 +50,8 @@ private:
 
     Own findOwn(TerminationId id);
     TerminationPtr enter(TerminationId id) RB_REQUIRES(tables_);
+    bool startOrThrow(const TerminationImpl &termination);
+    bool listen(const TerminationImpl &termination);
     void remove(TerminationId id) RB_REQUIRES(tables_);
 
     Reactor reactor_;

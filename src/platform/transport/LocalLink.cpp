@@ -4,6 +4,7 @@
 #include "platform/Lock.h"
 #include "platform/Log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -17,6 +18,8 @@ namespace {
 
 constexpr char kSource[] = "Transport";
 constexpr std::size_t kMaxStrangers = 256;
+constexpr std::size_t kMaxTerminations = 1024; // of one actor
+constexpr std::size_t kWithdrawnKept = 64;
 constexpr int kConnectTries = 600;
 constexpr int kRemoveTries = 50;
 constexpr std::chrono::milliseconds kPause{100};
@@ -201,6 +204,7 @@ void LocalLink::connectTo(unsigned name, int tries) {
     }
     connection->peer = name;
     reactor_.watch(connection);
+    peers_[name].tries = tries;
     greet(peers_[name], connection);
 }
 
@@ -379,12 +383,13 @@ void LocalLink::connectionEnded(Connection &connection, const std::string &probl
     if (Peer *peer = peerOf(connection)) {
         // What the peer sent on its other connection before it went still counts.
         const std::shared_ptr<Connection> in = peer->in;
+        const int tries = peer->tries;
         if (problem.empty() && in && in.get() != &connection) {
             in->readAll();
         }
         drop(name, problem);
-        if (!in && problem.empty()) {
-            connectLater(name, kConnectTries); // it had no room for us, or is gone: the next try tells
+        if (!in && problem.empty() && tries > 1) {
+            connectLater(name, tries - 1); // it had no room for us, or is gone: the next try tells
         }
     }
 }
@@ -415,9 +420,13 @@ bool LocalLink::onHello(Connection &from, const Frame &frame, AddressedMessage &
 bool LocalLink::onAnnounce(Connection &from, const Frame &frame, AddressedMessage &&, std::string &problem) {
     Peer &peer = *peerOf(from);
     const TerminationId id(frame.originator);
+    if (peer.terminations.size() >= kMaxTerminations) {
+        problem = "announces too many terminations";
+        return false;
+    }
     {
         Locked lock(routesLock_);
-        if (id.nameId() == 0 || announced_.count(id.value()) != 0 || !routes_.emplace(id.value(), peer.out).second) {
+        if (id.nameId() == 0 || directory_.owns(id.nameId()) || !routes_.emplace(id.value(), peer.out).second) {
             problem = LogMakeString("announces 0x%08X, which is not its own", id.value());
             return false;
         }
@@ -435,6 +444,11 @@ bool LocalLink::onWithdraw(Connection &from, const Frame &frame, AddressedMessag
     {
         Locked lock(routesLock_);
         routes_.erase(frame.originator);
+    }
+    std::deque<unsigned> &withdrawn = peerOf(from)->withdrawn;
+    withdrawn.push_back(frame.originator);
+    if (withdrawn.size() > kWithdrawnKept) {
+        withdrawn.pop_front();
     }
     listener_.terminationVanished(TerminationId(frame.originator));
     return true;
@@ -454,7 +468,11 @@ bool LocalLink::onSyncAck(Connection &from, const Frame &frame, AddressedMessage
 }
 
 bool LocalLink::onData(Connection &from, const Frame &frame, AddressedMessage &&message, std::string &problem) {
-    if (peerOf(from)->terminations.count(frame.originator) == 0) {
+    const Peer &peer = *peerOf(from);
+    if (peer.terminations.count(frame.originator) == 0) {
+        if (std::find(peer.withdrawn.begin(), peer.withdrawn.end(), frame.originator) != peer.withdrawn.end()) {
+            return true; // sent while it was stopped: nobody is there any more who has sent it
+        }
         problem = LogMakeString("message with forged originator 0x%08X", frame.originator);
         return false;
     }

@@ -7,6 +7,7 @@
 #include "platform/transport/UnitDirectory_p.h"
 
 #include <condition_variable>
+#include <deque>
 #include <list>
 #include <map>
 #include <memory>
@@ -41,6 +42,8 @@ private:
         std::shared_ptr<Connection> in;  // where it announces itself
         std::shared_ptr<Connection> out; // what we send on
         std::set<unsigned> terminations;
+        std::deque<unsigned> withdrawn; // the last few: messages may still be under way
+        int tries = 0;                  // that are left to connect again
     };
     using Handler = bool (LocalLink::*)(Connection &, const Frame &, AddressedMessage &&, std::string &);
     static const Handler kHandlers[];

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <functional>
 #include <poll.h>
@@ -163,8 +164,16 @@ public:
         static_cast<void>(target);
     }
     void send(const std::vector<unsigned char> &packet) {
-        EXPECT_EQ(static_cast<ssize_t>(packet.size()),
-                  ::send(socket_.get(), packet.data(), packet.size(), MSG_NOSIGNAL));
+        ssize_t sent = -1;
+        for (int tries = 0; tries < 1000 && sent < 0; ++tries) {
+            sent = ::send(socket_.get(), packet.data(), packet.size(), MSG_NOSIGNAL);
+            if (sent < 0 && errno != EAGAIN) {
+                break;
+            }
+            pollfd writable{socket_.get(), POLLOUT, 0};
+            ::poll(&writable, 1, sent < 0 ? 1000 : 0);
+        }
+        EXPECT_EQ(static_cast<ssize_t>(packet.size()), sent);
     }
     void send(FrameType type, std::uint32_t first, std::uint32_t second = 0, std::uint32_t size = 0,
               std::size_t body = 0, std::uint16_t flags = Frame::kFirst | Frame::kLast) {
@@ -352,6 +361,52 @@ TEST_F(LocalLinkTest, SecondTerminationsComeAndGoOnALivingConnection) {
     EXPECT_TRUE(one.send(two.id, 1, 1));
 }
 
+/** As when a thread issues while another one stops the originator. */
+TEST_F(LocalLinkTest, AMessageOfATerminationThatHasJustStoppedDoesNoHarm) {
+    Actor one(directory());
+    Actor two(directory());
+    ASSERT_TRUE(one.link.announce(one.id));
+    ASSERT_TRUE(two.link.announce(two.id));
+    const TerminationId extra(two.link.claimName(), 1, 2);
+    ASSERT_TRUE(two.link.announce(extra));
+    two.link.withdraw(extra);
+    AddressedMessage late = AddressedMessage::allocate(1, 4);
+    late.originator() = extra;
+    late.destination() = one.id;
+    EXPECT_TRUE(two.link.send(std::move(late)));
+    EXPECT_TRUE(two.send(one.id, 5, 5));
+    ASSERT_TRUE(one.heard.waitArrived(1));
+    EXPECT_EQ(two.id, one.heard.arrived()[0].originator());
+    EXPECT_TRUE(one.heard.knows(two.id));
+}
+
+/** The last words of a peer count, also if we find out by sending to it that it is gone. */
+TEST_F(LocalLinkTest, WhatWasSentBeforeTheEndIsHeardThoughSendingFailsFirst) {
+    Actor one(directory());
+    ASSERT_TRUE(one.link.announce(one.id));
+    for (int round = 0; round < 20; ++round) {
+        std::size_t before = one.heard.arrived().size();
+        TerminationId id;
+        {
+            Actor two(directory());
+            id = two.id;
+            ASSERT_TRUE(two.link.announce(two.id));
+            ASSERT_TRUE(one.heard.waitKnown(id));
+            one.reactor.run([&] { // who receives is busy, so all of this waits for it
+                for (unsigned char i = 0; i < 50; ++i) {
+                    EXPECT_TRUE(two.send(one.id, 10, i));
+                }
+                two.reactor.run([&] { two.link.withdraw(two.id); });
+                const TerminationId extra(one.link.claimName(), 1, 2);
+                EXPECT_TRUE(one.link.announce(extra));
+                one.link.withdraw(extra);
+            });
+        }
+        ASSERT_TRUE(one.heard.waitKnown(id, false));
+        EXPECT_EQ(before + 50, one.heard.arrived().size()) << round;
+    }
+}
+
 TEST_F(LocalLinkTest, AMessageWithoutTargetGoesBackToItsOriginator) {
     Actor one(directory());
     Actor two(directory());
@@ -460,6 +515,21 @@ std::vector<Attack> attacks() {
              s.send(FrameType::announce, a.id.value());
          },
          "not its own"},
+        {"announces what is claimed here and not started yet",
+         [](Stranger &s, const Actor &a) {
+             s.join();
+             const unsigned name = const_cast<Actor &>(a).link.claimName();
+             s.send(FrameType::announce, name << 16 | 0x0101U);
+         },
+         "not its own"},
+        {"announces without end",
+         [](Stranger &s, const Actor &) {
+             s.join();
+             for (unsigned i = 1; i <= 1024; ++i) {
+                 s.send(FrameType::announce, 0xE0000101U + (i << 16));
+             }
+         },
+         "too many terminations"},
         {"announces nobody",
          [](Stranger &s, const Actor &) {
              s.join();

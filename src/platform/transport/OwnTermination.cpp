@@ -99,11 +99,13 @@ bool OwnTermination::nextEvent(Event &event) {
 }
 
 bool OwnTermination::call(Callback callback, const AddressedMessage &message) {
+    unsigned long outer = 0; // this call may be inside another one, which stopped or started a termination
     {
         Locked lock(gate_);
         if (stopped_) {
             return false;
         }
+        outer = receiving_;
         receiving_ = OSWrap::Thread::getCurrentId();
     }
     try {
@@ -112,7 +114,7 @@ bool OwnTermination::call(Callback callback, const AddressedMessage &message) {
         threw(error.what());
     }
     Locked lock(gate_);
-    receiving_ = 0;
+    receiving_ = outer;
     if (stopped_) {
         gate_.broadcast();
     }

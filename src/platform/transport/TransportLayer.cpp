@@ -2,6 +2,8 @@
 
 #include "platform/transport/LayerCore_p.h"
 
+#include <new>
+
 namespace Transport {
 
 TransportLayer *TransportLayer::instance() noexcept {
@@ -22,16 +24,27 @@ Group TransportLayer::getGroup(GroupId id) noexcept {
 }
 
 std::list<TerminationPtr> TransportLayer::getTerminations() {
-    const std::vector<TerminationPtr> all = LayerCore::instance().all();
-    return {all.begin(), all.end()};
+    std::list<TerminationPtr> terminations;
+    try {
+        for (const TerminationPtr &termination : LayerCore::instance().all()) {
+            terminations.push_back(termination);
+        }
+    } catch (const std::bad_alloc &) {
+        terminations.clear();
+    }
+    return terminations;
 }
 
 std::list<TerminationId> Group::contains() const {
     std::list<TerminationId> members;
-    for (const TerminationPtr &termination : LayerCore::instance().all()) {
-        if (termination->termId().groupId() == id_) {
-            members.push_back(termination->termId());
+    try {
+        for (const TerminationPtr &termination : LayerCore::instance().all()) {
+            if (termination->termId().groupId() == id_) {
+                members.push_back(termination->termId());
+            }
         }
+    } catch (const std::bad_alloc &) {
+        members.clear();
     }
     return members;
 }

@@ -366,6 +366,50 @@ TEST_F(TransportLayerTest, TwoTerminationsOfOneProcessSeeEachOtherAndExchange) {
     EXPECT_EQ((std::set<unsigned>{one.termId().value()}), link.announced());
 }
 
+TEST_F(TransportLayerTest, TwoThatStartAtOnceSeeEachOtherOnce) {
+    for (int round = 0; round < 100; ++round) {
+        Recorder one;
+        Recorder two;
+        std::thread starter([&one] { EXPECT_TRUE(one.start()); });
+        EXPECT_TRUE(two.start());
+        starter.join();
+        const std::string oneId = "+" + text(one.termId());
+        const std::string twoId = "+" + text(two.termId());
+        ASSERT_TRUE(one.waitFor(twoId));
+        ASSERT_TRUE(two.waitFor(oneId));
+        one.stop();
+        two.stop();
+        const Strings toOne = one.events();
+        const Strings toTwo = two.events();
+        ASSERT_EQ(1, std::count(toOne.begin(), toOne.end(), twoId)) << round;
+        ASSERT_EQ(1, std::count(toTwo.begin(), toTwo.end(), oneId)) << round;
+    }
+}
+
+TEST_F(TransportLayerTest, StartAndStopMayComeTogether) {
+    for (int round = 0; round < 200; ++round) {
+        Recorder own;
+        std::thread stopper([&own] { own.stop(); });
+        own.start();
+        stopper.join();
+        own.stop();
+        EXPECT_FALSE(TransportLayer::exists(own.termId()));
+        EXPECT_EQ(0U, TransportLayer::getTerminations().size());
+    }
+}
+
+TEST_F(TransportLayerTest, WithoutMemoryNothingIsThrown) {
+    Recorder own;
+    ASSERT_TRUE(own.start());
+    link.peerAppears(kPeer);
+    const AddressedMessage message = own.allocateMessage(10, 4);
+    const Testing::FailingHeap none(0, Testing::FailingHeap::Calls::all);
+    EXPECT_TRUE(TransportLayer::getTerminations().empty());
+    EXPECT_TRUE(TransportLayer::getGroup(kGroup).contains().empty());
+    EXPECT_TRUE(TransportLayer::exists(kPeer));
+    EXPECT_EQ(kPeer, TransportLayer::getTermination(kPeer)->termId());
+}
+
 TEST_F(TransportLayerTest, AReturnedMessageComesOnceWithItsAddresses) {
     Recorder own;
     ASSERT_TRUE(own.start());

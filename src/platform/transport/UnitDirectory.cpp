@@ -10,6 +10,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,6 +22,11 @@ namespace {
 std::string reason(const char *what, const std::string &path, int error) {
     char text[128];
     return LogMakeString("%s %s: %s", what, path.c_str(), strerror_r(error, text, sizeof text));
+}
+
+/** Passes by itself. */
+bool noDescriptor(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
 }
 
 } // namespace
@@ -46,6 +52,7 @@ bool UnitDirectory::open(std::string &problem) {
         directory_.reset();
         return false;
     }
+    ::flock(directory_.get(), LOCK_SH | LOCK_NB); // keeps those away who tidy up old files
     const std::string names = path_ + "/names";
     names_ = Descriptor(::open(names.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!names_) {
@@ -116,6 +123,11 @@ unsigned UnitDirectory::claimName() {
         }
     }
     return 0;
+}
+
+bool UnitDirectory::owns(unsigned name) {
+    OSWrap::Lock<OSWrap::Mutex> lock(lock_);
+    return own_.count(name) != 0;
 }
 
 void UnitDirectory::releaseName(unsigned name) {
@@ -191,7 +203,7 @@ UnitDirectory::Reach UnitDirectory::connect(unsigned name, Descriptor &connectio
     sockaddr_un where;
     Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket || !address(file("a.", name), where)) {
-        return Reach::failed;
+        return !socket && noDescriptor(errno) ? Reach::busy : Reach::failed;
     }
     if (::connect(socket.get(), reinterpret_cast<const sockaddr *>(&where), sizeof where) == 0) {
         connection = std::move(socket);
@@ -200,7 +212,7 @@ UnitDirectory::Reach UnitDirectory::connect(unsigned name, Descriptor &connectio
     if (errno == ECONNREFUSED || errno == ENOENT) {
         return Reach::stale;
     }
-    return errno == EAGAIN || errno == EINTR ? Reach::busy : Reach::failed;
+    return errno == EAGAIN || errno == EINTR || noDescriptor(errno) ? Reach::busy : Reach::failed;
 }
 
 bool UnitDirectory::removeIfStale(unsigned name) {

@@ -30,6 +30,8 @@ public:
     /** 0 if none is free. */
     unsigned claimName();
     void releaseName(unsigned name);
+    /** Whether this process has claimed the name. */
+    bool owns(unsigned name);
 
     /** A listening socket under that name, visible to others only when it listens. */
     Descriptor listen(unsigned name, std::string &problem);
