@@ -119,6 +119,17 @@ std::string Actor::ask(const std::string &command, const std::string &answerBegi
     return expect(answerBegin);
 }
 
+bool Actor::askUntil(const std::string &command, const std::string &answerBegin, const std::string &answer) {
+    const Clock::time_point limit = Clock::now() + kPatience;
+    while (ask(command, answerBegin) != answer) {
+        if (ended_ || Clock::now() > limit) {
+            return false;
+        }
+        ::poll(nullptr, 0, 5);
+    }
+    return true;
+}
+
 std::vector<std::string> Actor::sofar(const std::string &begin) {
     ask("figures", "figures");
     std::vector<std::string> found;

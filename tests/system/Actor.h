@@ -31,6 +31,8 @@ public:
     std::string expect(const std::string &begin);
     /** tell() and expect(). */
     std::string ask(const std::string &command, const std::string &answerBegin);
+    /** Asks again until this is the answer; false after 60 s. */
+    bool askUntil(const std::string &command, const std::string &answerBegin, const std::string &answer);
     /** Lines that begin so among those read and not yet expected, after everything was read that the actor has said
      *  before the answer to a command that it gets now. */
     std::vector<std::string> sofar(const std::string &begin);

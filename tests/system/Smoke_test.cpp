@@ -16,6 +16,7 @@ TEST(Smoke, TwoActorsSeeEachOtherExchangeMessagesAndNoticeTheEnd) {
     const std::string firstId = first.probe(1);
     Actor second(unit, 2);
     const std::string secondId = second.probe(2);
+    EXPECT_TRUE(second.askUntil("exists " + firstId, "exists ", "1"));
     EXPECT_EQ("", first.expect("appeared " + secondId));
     EXPECT_EQ("", second.expect("appeared " + firstId));
 

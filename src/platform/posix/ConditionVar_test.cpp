@@ -233,20 +233,21 @@ TEST(ConditionVarScaled, LongWaitsFollowTheTimeScale) {
 
 #if defined(__x86_64__)
 
-/** From now on the kernel ends this process should it wait by the wall clock. */
+/** From now on the kernel ends this process should it wait for a point of the wall clock. */
 bool forbidWallClockWaits() {
     constexpr auto kNumber = offsetof(seccomp_data, nr);
-    constexpr auto kClock = offsetof(seccomp_data, args[0]);
-    constexpr auto kOperation = offsetof(seccomp_data, args[1]);
+    constexpr auto kFirst = offsetof(seccomp_data, args[0]);
+    constexpr auto kSecond = offsetof(seccomp_data, args[1]);
     sock_filter filter[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kNumber),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_futex, 0, 3),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kOperation),
-        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, FUTEX_CLOCK_REALTIME, 0, 4),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clock_nanosleep, 0, 2),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kClock),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, CLOCK_REALTIME, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_futex, 0, 2),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kSecond), // the operation
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, FUTEX_CLOCK_REALTIME, 6, 5),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clock_nanosleep, 0, 4),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kFirst), // the clock
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, CLOCK_REALTIME, 0, 2),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kSecond), // the flags
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, TIMER_ABSTIME, 1, 0),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
     };
