@@ -14,7 +14,9 @@
 
 #include <atomic>
 #include <functional>
+#include <pthread.h>
 #include <type_traits>
+#include <vector>
 
 namespace OSWrap {
 namespace {
@@ -167,6 +169,71 @@ TEST(Cancellation, ActsNotOnAThreadThatJoins) {
             finish.open();
         }));
     EXPECT_TRUE(joined);
+}
+
+TEST(Cancellation, GuardsNestAndTheRequestActsAfterTheOuterOne) {
+    std::atomic<int> reached{0};
+    Testing::Gate stopped;
+    Testing::TestThread thread([&] {
+        {
+            DisableCancelStateGuard outer;
+            { DisableCancelStateGuard inner; }
+            stopped.pass();
+            Thread::sleep(TimeSpec(0, 1000));
+            reached = 1;
+        }
+        reached = 2; // leaving the guard is no cancellation point
+        Thread::sleep(TimeSpec(0, 1));
+        reached = 3;
+    });
+    EXPECT_TRUE(thread.stop());
+    stopped.open();
+    EXPECT_TRUE(thread.join());
+    EXPECT_EQ(2, reached);
+}
+
+TEST(Cancellation, TheTypeGuardRestoresWhatWasBefore) {
+    int type = 0;
+    {
+        Testing::TestThread thread([&] {
+            int ignored = 0;
+            pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, &ignored);
+            int within = -1;
+            {
+                DeferredCancelTypeGuard guard;
+                pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &within);
+            }
+            int after = -1;
+            pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &after);
+            type = within == PTHREAD_CANCEL_DEFERRED && after == PTHREAD_CANCEL_ASYNCHRONOUS ? 1 : 2;
+        });
+    }
+    EXPECT_EQ(1, type);
+}
+
+void note(void *list) {
+    static_cast<std::vector<int> *>(list)->push_back(2);
+}
+
+TEST(Cancellation, CleanUpHandlersRunBetweenInnerAndOuterDestructors) {
+    std::vector<int> order;
+    struct Note {
+        std::vector<int> &list;
+        int number;
+        ~Note() { list.push_back(number); }
+    };
+    Testing::TestThread thread([&order] {
+        const Note outer{order, 3};
+        pthread_cleanup_push(&note, &order);
+        {
+            const Note inner{order, 1};
+            Thread::sleep(TimeSpec::INFINITETIME);
+        }
+        pthread_cleanup_pop(0);
+    });
+    thread.stop();
+    EXPECT_TRUE(thread.join());
+    EXPECT_EQ((std::vector<int>{1, 2, 3}), order);
 }
 
 } // namespace
