@@ -301,13 +301,25 @@ TEST(Thread, AFailedStartIsReportedAndLeaksNothing) {
 
 TEST(Thread, DestroyedUnjoinedIsReportedAndEnded) {
     const Testing::LogCapture log;
+    struct Shared {
+        Testing::Gate running;
+        std::atomic<bool> unwound{false};
+    } shared;
     {
-        Body thread([] {
-            DisableCancelStateGuard guard; // its derived part is gone when the base stops it
+        Body thread([&shared] {
+            // Its object goes while it runs: from here on it uses nothing of that.
+            struct Note {
+                Shared &shared;
+                ~Note() { shared.unwound = true; }
+            } const note{shared};
+            note.shared.running.open();
+            Thread::sleep(TimeSpec::INFINITETIME);
             return 0;
         });
         ASSERT_TRUE(thread.start());
+        ASSERT_TRUE(shared.running.pass());
     }
+    EXPECT_TRUE(shared.unwound);
     EXPECT_EQ(1U, log.count(3, "Thread body destroyed before it was joined", "OSWrap"));
 }
 
