@@ -14,16 +14,16 @@ namespace {
 SCENARIO(idInfo) {
     const IdInfo &info = IdInfo::instance();
     const bool good = &info == &IdInfo::instance() && info.getSlot() == 4 && IdInfo::activeSlot() == 2 &&
-                      info.isAxu() && IdInfo::axuInSlot(4) && IdInfo::axuInSlot(9) && !IdInfo::axuInSlot(5) &&
-                      !IdInfo::axuInSlot(0) && !IdInfo::axuInSlot(256) && !IdInfo::axuInSlot(~0U) &&
-                      info.getActor() == "agent";
+                      info.isAxu() && IdInfo::axuInSlot(4) && IdInfo::axuInSlot(9) && IdInfo::axuInSlot(255) &&
+                      !IdInfo::axuInSlot(5) && !IdInfo::axuInSlot(0) && !IdInfo::axuInSlot(256) &&
+                      !IdInfo::axuInSlot(~0U) && info.getActor() == "agent";
     ::setenv("REFLECTORB_SLOT", "5", 1);
     std::exit(good && IdInfo::getSlot() == 4 ? 3 : 1);
 }
 
 TEST(IdInfo, TellsThePlaceInTheUnitAndDoesNotChange) {
     EXPECT_EQ(3, Testing::runScenario("idInfo", {"REFLECTORB_SLOT=4", "REFLECTORB_ACTIVE_SLOT=2",
-                                                 "REFLECTORB_AXU_SLOTS=4,9", "REFLECTORB_ACTOR=agent"})
+                                                 "REFLECTORB_AXU_SLOTS=4,9,255", "REFLECTORB_ACTOR=agent"})
                      .exitStatus);
 }
 

@@ -59,8 +59,15 @@ TEST(LogMakeString, IsPrintfOfAnyLength) {
 TEST(LogMakeString, KeepsErrno) {
     errno = EXDEV;
     static_cast<void>(LogMakeString("%s %d", std::string(5000, 'x').c_str(), 1));
+    EXPECT_EQ(EXDEV, errno);
+    const wchar_t notConvertible[] = {static_cast<wchar_t>(0x7FFFFFFF), 0};
+    EXPECT_EQ("", LogMakeString("%ls", notConvertible));
+    EXPECT_EQ(EXDEV, errno);
+    const Log::Sink before = Log::setSink([](int, const std::string &, const char *) { errno = EDOM; });
+    errno = EXDEV;
     LogDispatch(6, "a line", "test");
     EXPECT_EQ(EXDEV, errno);
+    Log::setSink(before);
 }
 
 TEST(LogDispatch, GivesTheSinkTextLevelAndSourceUnchanged) {

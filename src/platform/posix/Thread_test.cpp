@@ -134,10 +134,16 @@ TEST(Thread, PrioritiesThatAreNotPermittedFallBackToTimeSharing) {
 
 TEST(Thread, JoinOnOneselfFailsAtOnce) {
     Body *self = nullptr;
-    Body thread([&self] { return self->join() ? 1 : 2; });
+    Testing::Gate tried;
+    Body thread([&self, &tried] {
+        const int result = self->join() ? 1 : 2;
+        tried.open();
+        return result;
+    });
     self = &thread;
     ASSERT_TRUE(thread.start());
-    EXPECT_TRUE(thread.join());
+    ASSERT_TRUE(tried.pass());
+    EXPECT_TRUE(thread.join()) << "the attempt was none";
     EXPECT_EQ(2, thread.result());
 }
 
