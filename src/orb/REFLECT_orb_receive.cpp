@@ -93,6 +93,7 @@ void TreflectORB::receiveResponse(const TreflectMessage &message, bool intact) {
 
 void TreflectORB::queueMessage(const TreflectMessage &message) {
     bool start = false;
+    bool queued = false;
     {
         QueueLocked lock(*queue_);
         if (queue_->closed) {
@@ -105,14 +106,17 @@ void TreflectORB::queueMessage(const TreflectMessage &message) {
         }
         try {
             queue_->messages.push_back(message);
+            queued = true;
         } catch (const std::bad_alloc &) {
             queue_->idle -= start ? 1 : 0;
-            LogDispatch(3, LogMakeString("ORB 0x%08X drops a message, no memory", termId().value()), kSource);
-            return;
         }
-        if (wake) {
+        if (queued && wake) {
             queue_->signal();
         }
+    }
+    if (!queued) {
+        LogDispatch(3, LogMakeString("ORB 0x%08X drops a message, no memory", termId().value()), kSource);
+        return;
     }
     if (start) {
         startColleague();

@@ -229,6 +229,8 @@ TEST_F(RequestTest, AResponseMayRaceWithTheEndOfItsTarget) {
 
 /** A thread's next request is entered while the target of the one before goes. */
 TEST_F(RequestTest, TheEndOfTheTargetBeforeDoesNotTouchTheNextRequest) {
+    ASSERT_TRUE(
+        log.waitFor(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), kOther.value()), kSource));
     for (int round = 0; round < 200; ++round) {
         std::string second;
         bool good = false;
@@ -246,7 +248,11 @@ TEST_F(RequestTest, TheEndOfTheTargetBeforeDoesNotTouchTheNextRequest) {
         caller.join();
         ASSERT_TRUE(good);
         ASSERT_EQ("00 00 00 02", second) << round;
+        log.clear();
         link.peerAppears(kPeer);
+        // The disappearance is told by a thread of its own: told late, it would end the next round's first request.
+        ASSERT_TRUE(log.waitFor(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), kPeer.value()),
+                                kSource));
     }
 }
 
