@@ -1,0 +1,165 @@
+#include "orb/REFLECT_orb.h"
+
+#include "rmi/IPPRMI_objectSkeleton.h"
+#include "rmi/StreamOperators.h"
+#include "support/BrokerTest.h"
+#include "support/Concurrency.h"
+#include "support/FakePeer.h"
+#include "support/HeapProbe.h"
+#include "support/Scenario.h"
+#include "threads/HandlerState.h"
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+namespace {
+
+using Message = TreflectMessage;
+using Testing::eventually;
+using Transport::TerminationId;
+
+constexpr char kSource[] = "REFLECT_orb";
+constexpr TerminationId kPeer(0x0042, 2, 1);
+
+/** The system's numbers of the threads that are workers now. */
+std::set<std::string> workers() {
+    std::set<std::string> found;
+    std::error_code error;
+    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task", error)) {
+        std::ifstream file(task.path() / "comm");
+        std::string name;
+        std::getline(file, name);
+        if (name == "ReflectWorker") {
+            found.insert(task.path().filename());
+        }
+    }
+    return found;
+}
+
+/** Its method waits for the gate, without the run permission; that of class 0 does not. */
+class Doorman : public TipprmiObjectSkeleton {
+public:
+    Doorman() : TipprmiObjectSkeleton(TipprmiOID("doorman", NamespaceId(1))) {}
+
+    using TipprmiObjectSkeleton::dispatch;
+    bool dispatch(bool, unsigned cc, unsigned, TipprmiStream &, TipprmiStream &) override {
+        ++inside;
+        if (cc != 0) {
+            TreflectReleaseHandlerState released;
+            gate.pass();
+        }
+        ++done;
+        return true;
+    }
+
+    Testing::Gate gate;
+    std::atomic<unsigned> inside{0};
+    std::atomic<unsigned> done{0};
+};
+
+/** A process with a broker that has not yet had a message, and one object. */
+struct FreshBroker {
+    Transport::FakeLink &link = Transport::FakeLink::install();
+    const Testing::LogCapture log;
+    TreflectORB &orb = *TreflectORB::getInstance(1);
+    const Testing::FakePeer peer{link, orb, kPeer};
+    Doorman doorman;
+
+    void send(unsigned count, unsigned cc) const {
+        for (unsigned i = 0; i < count; ++i) {
+            peer.send(peer.call(doorman.getInternalOID(), false, cc, 1));
+        }
+    }
+};
+
+SCENARIO(burst) {
+    FreshBroker fresh;
+    SCENARIO_CHECK(workers().empty());
+    {
+        const TreflectHandlerState state(true); // no worker gets to its first message
+        fresh.send(7, 1);
+        SCENARIO_CHECK(workers().size() <= 1); // the thread may not have come to its name
+        SCENARIO_CHECK(eventually([] { return workers().size() == 1; }));
+        SCENARIO_CHECK(fresh.doorman.inside == 0);
+    }
+    // Each that leaves work behind with nobody idle starts another one.
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.inside == 7; }));
+    SCENARIO_CHECK(workers().size() >= 7);
+    fresh.doorman.gate.open();
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 7 && workers().size() == 3; }));
+    // The idle ones do for what comes one after the other, and for three at once.
+    const std::set<std::string> idle = workers();
+    for (unsigned i = 1; i <= 20; ++i) {
+        fresh.send(1, 0);
+        SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 7 + i; }));
+        SCENARIO_CHECK(eventually([&] { return workers() == idle; }));
+    }
+}
+
+TEST(ReflectWorkerTest, ThereAreAsManyAsThereIsWorkAndThreeStay) {
+    const Testing::ProcessResult result = Testing::runScenario("burst", {}, 100);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** While all are at work in methods that wait, the next message gets a worker, whatever their number. */
+SCENARIO(allAtWork) {
+    FreshBroker fresh;
+    for (unsigned i = 1; i <= 40; ++i) {
+        fresh.send(1, 1);
+        SCENARIO_CHECK(eventually([&] { return fresh.doorman.inside == i; }));
+    }
+    SCENARIO_CHECK(workers().size() >= 40);
+    fresh.doorman.gate.open();
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 40 && workers().size() == 3; }));
+}
+
+TEST(ReflectWorkerTest, MethodsThatWaitDoNotKeepOthersFromRunning) {
+    const Testing::ProcessResult result = Testing::runScenario("allAtWork", {}, 100);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+SCENARIO(startFails) {
+    FreshBroker fresh;
+    TipprmiStream body = fresh.peer.call(fresh.doorman.getInternalOID(), false, 0, 1);
+    Transport::AddressedMessage message = body.msg().addressed();
+    message.originator() = kPeer;
+    message.destination() = fresh.orb.termId();
+    for (int i = 0; i < 3; ++i) {
+        const Testing::FailingHeap none;
+        SCENARIO_CHECK(fresh.orb.receive(message));
+    }
+    SCENARIO_CHECK(fresh.log.count(3, LogMakeString("ORB 0x%08X cannot start a worker", fresh.orb.termId().value()),
+                                   kSource) == 3);
+    SCENARIO_CHECK(workers().empty());
+    fresh.send(1, 0);
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 4; }));
+}
+
+TEST(ReflectWorkerTest, AfterOneThatCouldNotBeStartedNothingIsLost) {
+    const Testing::ProcessResult result = Testing::runScenario("startFails");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** Growing in place is refused as long as somebody else has the message. */
+SCENARIO(idleWorker) {
+    FreshBroker fresh;
+    const TipprmiStream body = fresh.peer.call(fresh.doorman.getInternalOID(), false, 0, 1);
+    Transport::AddressedMessage message = TreflectMessage(&fresh.orb, body.msg(), body.msg().size(), 16);
+    message.originator() = kPeer;
+    message.destination() = fresh.orb.termId();
+    SCENARIO_CHECK(message.extend(message.size()));
+    fresh.link.deliver(message);
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 1; }));
+    SCENARIO_CHECK(eventually([&] { return message.extend(message.size()); }));
+    SCENARIO_CHECK(workers().size() == 1);
+}
+
+TEST(ReflectWorkerTest, AnIdleOneKeepsNoMessage) {
+    const Testing::ProcessResult result = Testing::runScenario("idleWorker");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+} // namespace
