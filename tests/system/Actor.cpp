@@ -132,6 +132,16 @@ bool Actor::askUntil(const std::string &command, const std::string &answerBegin,
 
 std::vector<std::string> Actor::sofar(const std::string &begin) {
     ask("figures", "figures");
+    return unread(begin);
+}
+
+std::vector<std::string> Actor::last(const std::string &begin) {
+    while (!ended_ && readMore(leftUntil(Clock::now() + kPatience))) {
+    }
+    return unread(begin);
+}
+
+std::vector<std::string> Actor::unread(const std::string &begin) const {
     std::vector<std::string> found;
     for (const std::string &line : lines_) {
         if (beginsWith(line, begin)) {

@@ -37,6 +37,9 @@ public:
      *  before the answer to a command that it gets now. */
     std::vector<std::string> sofar(const std::string &begin);
 
+    /** The same when the process has ended: of everything that it said. */
+    std::vector<std::string> last(const std::string &begin);
+
     /** Starts a probe in the group; its id as eight digits. */
     std::string probe(unsigned group = 1);
 
@@ -53,6 +56,7 @@ public:
 
 private:
     bool readMore(int milliseconds);
+    std::vector<std::string> unread(const std::string &begin) const;
 
     Process process_;
     std::string logPath_;

@@ -17,11 +17,15 @@
  *   release                              lets held calls end             -> "ok"
  *   noted                                one-way calls that came         -> "noted N"
  *   counters | dump                      -> "counters ..." lines, "end" | "ok", and lines in the log
+ *   counts                               what the library holds          -> "counts ...", see Counts.h
+ *   torment | progress | rest            see Torture.h
  *   enter | forked | segv | exit [STATUS] | exitworker
  */
+#include "Counts.h"
 #include "Output.h"
 #include "Probe.h"
 #include "Service.h"
+#include "Torture.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/Thread.h"
 #include "platform/TransportLayer.h"
@@ -245,6 +249,10 @@ void onDump(Arguments &) {
     say("ok");
 }
 
+void onCounts(Arguments &) {
+    say("counts %s", describeCounts().c_str());
+}
+
 void onEnter(Arguments &) {
     TreflectORB::enterHandlerState(true);
     say("ok");
@@ -321,6 +329,10 @@ constexpr Command kCommands[] = {
     {"noted", &onNoted},
     {"counters", &onCounters},
     {"dump", &onDump},
+    {"counts", &onCounts},
+    {"torment", &onTorment},
+    {"progress", &onProgress},
+    {"rest", &onRest},
 };
 
 void obey(const std::string &line) {
