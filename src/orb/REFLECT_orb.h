@@ -14,7 +14,6 @@
 
 #include <array>
 #include <atomic>
-#include <deque>
 #include <list>
 #include <map>
 #include <memory>
@@ -196,15 +195,24 @@ private:
         unsigned sender = 0;
         unsigned transactionId = 0;
     };
-    /** The last few, oldest first. */
+    /** The last few; in place, so that it works when memory is short. */
     class MessageLog {
     public:
+        /** Oldest first. */
+        struct Records {
+            std::array<ProcessedMessage, 5> messages;
+            std::size_t count = 0;
+
+            const ProcessedMessage *begin() const noexcept { return messages.data(); }
+            const ProcessedMessage *end() const noexcept { return messages.data() + count; }
+        };
+
         void add(const ProcessedMessage &message);
-        std::deque<ProcessedMessage> messages();
+        Records records();
 
     private:
         OSWrap::ConditionVar lock_{false};
-        std::deque<ProcessedMessage> messages_ RB_GUARDED_BY(lock_);
+        Records records_ RB_GUARDED_BY(lock_);
     };
 
     explicit TreflectORB(const NamespaceId &ns);

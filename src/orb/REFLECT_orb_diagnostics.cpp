@@ -7,13 +7,12 @@
 #include "platform/UnitFigures.h"
 #include "threads/HandlerThreadsType_p.h"
 
-#include <new>
+#include <algorithm>
 #include <utility>
 
 namespace {
 
 constexpr char kSource[] = "REFLECT_orb";
-constexpr std::size_t kLoggedMessages = 5;
 constexpr unsigned kRequestSize = 100;
 constexpr unsigned kResponseSize = 104;
 
@@ -136,28 +135,27 @@ void TreflectORB::display(int) {
 
 void TreflectORB::MessageLog::add(const ProcessedMessage &message) {
     Locked lock(lock_);
-    try {
-        if (messages_.size() >= kLoggedMessages) {
-            messages_.pop_front();
-        }
-        messages_.push_back(message);
-    } catch (const std::bad_alloc &) { // one record less
+    std::array<ProcessedMessage, 5> &messages = records_.messages;
+    if (records_.count == messages.size()) {
+        std::move(messages.begin() + 1, messages.end(), messages.begin());
+        --records_.count;
     }
+    messages[records_.count++] = message;
 }
 
-std::deque<TreflectORB::ProcessedMessage> TreflectORB::MessageLog::messages() {
+TreflectORB::MessageLog::Records TreflectORB::MessageLog::records() {
     Locked lock(lock_);
-    return messages_;
+    return records_;
 }
 
 void TreflectORB::dumpMessages() {
-    for (const ProcessedMessage &message : processed_.messages()) {
+    for (const ProcessedMessage &message : processed_.records()) {
         LogDispatch(6,
                     LogMakeString("Processed Msg : Sender:0x%08X Destination:0x%08X CC:0x%X MC:0x%X", message.sender,
                                   message.destination, message.classCode, message.methodCode),
                     kSource);
     }
-    for (const ProcessedMessage &message : received_.messages()) {
+    for (const ProcessedMessage &message : received_.records()) {
         LogDispatch(6,
                     LogMakeString("Recieved Msg : Sender:0x%08X Destination:0x%08X Transaction ID:%X ", message.sender,
                                   message.destination, message.transactionId),
