@@ -5,6 +5,7 @@
 #include "rmi/IPPRMI_objectSkeleton.h"
 #include "threads/HandlerState.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <exception>
 
@@ -16,6 +17,10 @@ constexpr unsigned kNoAnswer = 0x660006;
 
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
+unsigned addressOf(const TipprmiObjectSkeleton *object) noexcept {
+    return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(object) & 0xFFFFFFFFU);
+}
+
 } // namespace
 
 /** The number is the object's address cut to 32 bits; if that is nothing or another object's, the next one above. */
@@ -23,12 +28,15 @@ bool TreflectORB::registerObject(TipprmiObjectSkeleton *object) {
     if (object == nullptr) {
         return true;
     }
-    unregisterObject(object);
-    auto id = static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(object) & 0xFFFFFFFFU);
+    unsigned id = object->getInternalOID();
     try {
         Locked lock(mutex_);
-        while (id == 0 || !objects_.emplace(id, object).second) {
-            ++id;
+        const auto known = objects_.find(id);
+        if (known == objects_.end() || known->second != object) {
+            id = addressOf(object);
+            while (id == 0 || objects_.emplace(id, object).first->second != object) {
+                ++id;
+            }
         }
     } catch (const std::exception &) { // not registered: number 0
         id = 0;
@@ -38,12 +46,18 @@ bool TreflectORB::registerObject(TipprmiObjectSkeleton *object) {
 }
 
 bool TreflectORB::unregisterObject(const TipprmiObjectSkeleton *object) {
+    if (object == nullptr) {
+        return true;
+    }
+    const unsigned number = object->getInternalOID();
     Locked lock(mutex_);
-    for (auto entry = objects_.begin(); entry != objects_.end(); ++entry) {
-        if (entry->second == object) {
-            objects_.erase(entry);
-            break;
-        }
+    auto entry = objects_.find(number);
+    if (entry == objects_.end() || entry->second != object) { // somebody has changed its number
+        entry =
+            std::find_if(objects_.begin(), objects_.end(), [object](auto &other) { return other.second == object; });
+    }
+    if (entry != objects_.end()) {
+        objects_.erase(entry);
     }
     return true;
 }
