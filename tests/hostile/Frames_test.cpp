@@ -1,6 +1,7 @@
 #include "hostile/HostileTest.h"
 
-#include <algorithm>
+#include <memory>
+#include <vector>
 
 namespace Hostile {
 

@@ -1,5 +1,6 @@
 #include "hostile/Peer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <poll.h>
@@ -60,7 +61,20 @@ bool Peer::sync() {
 }
 
 bool Peer::sendMessage(std::uint32_t destination, const Bytes &message) {
-    return send(packet(kData, termination_, destination, static_cast<std::uint32_t>(message.size()), message));
+    constexpr std::size_t kPiece = 60000;
+    const auto size = static_cast<std::uint32_t>(message.size());
+    std::size_t sent = 0;
+    do {
+        const std::size_t now = std::min(message.size() - sent, kPiece);
+        const auto begin = message.begin() + static_cast<long>(sent);
+        const unsigned flags = (sent == 0 ? kFirst : 0U) | (sent + now == message.size() ? kLast : 0U);
+        if (!send(
+                packet(kData, termination_, destination, size, Bytes(begin, begin + static_cast<long>(now)), flags))) {
+            return false;
+        }
+        sent += now;
+    } while (sent < message.size());
+    return true;
 }
 
 bool Peer::closed() {

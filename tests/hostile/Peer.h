@@ -29,7 +29,7 @@ public:
     bool join();
     /** Waits until all that was sent was taken in; false if the connection was closed instead. */
     bool sync();
-    /** As one packet, from the own termination. */
+    /** From the own termination, in as many packets as it takes. */
     bool sendMessage(std::uint32_t destination, const Bytes &message);
     /** Waits for the other side to close, at most a minute; what it says before is kept. */
     bool closed();
@@ -40,6 +40,8 @@ public:
     bool nextMessage(Bytes &message);
     /** Waits for the response to this transaction and drops the messages before it. */
     bool response(std::uint32_t transaction, Bytes &message);
+    /** Messages that came and were not asked for yet. */
+    std::size_t waiting() const { return messages_.size(); }
     /** A packet `returned` came since the last question. */
     bool returned();
 
