@@ -12,9 +12,6 @@
 namespace {
 
 constexpr char kSource[] = "REFLECT_objectStub";
-constexpr int kCallSize = 100;
-constexpr unsigned kSetContainer = 2100;
-constexpr unsigned kGetContainer = 2101;
 
 TipprmiObjectSkeleton *invalidMark() noexcept {
     return reinterpret_cast<TipprmiObjectSkeleton *>(~std::uintptr_t{0});
@@ -72,6 +69,7 @@ TreflectObjectStub &TreflectObjectStub::operator=(const TreflectObjectStub &othe
         TipprmiObjectBase::operator=(other);
         object_ = other.object_;
         orbId_ = other.orbId_;
+        meta_ = nullptr;
     });
     if (getInternalOID() == 0) {
         LogDispatch(3, LogMakeString("operator=() object=%p,ioid=%X,orbId=0x%X", address(object_), 0U, orbId_.value()),
@@ -139,6 +137,7 @@ void TreflectObjectStub::connect(const TreflectORB *, const TipprmiOID &oid) {
         setInternalOID(location.getInternalOID());
         orbId_ = location.orbId();
         object_ = location.getServer();
+        meta_ = nullptr;
     });
 }
 
@@ -150,6 +149,7 @@ void TreflectObjectStub::connect(TipprmiObjectSkeleton *object) {
     TreflectHandlerState state(true);
     TreflectObjectHandler::changeKey(*this, [&] {
         object_ = object;
+        meta_ = nullptr;
         if (object != nullptr) {
             setOID(object->hasOID() ? object->getOID() : noName());
             setInternalOID(object->getInternalOID());
@@ -261,47 +261,6 @@ bool TreflectObjectStub::dispatch(bool transaction, unsigned cc, unsigned mc, Ti
                 kSource);
     writeCallFailure(response);
     return false;
-}
-
-void TreflectObjectStub::setExceptionContainer(const TipprmiExceptionContainer &container) const {
-    if (!isValid()) {
-        return;
-    }
-    if (const TipprmiObjectSkeleton *object = getServer()) {
-        object->setExceptionContainer(container);
-        return;
-    }
-    TipprmiStream request(kCallSize);
-    TipprmiStream response(kCallSize);
-    prepareRequestStream_(true, 0, kSetContainer, request);
-    request << container;
-    dispatch(true, 0, kSetContainer, request, response);
-    prepareResponseStream_(true, response);
-    if (response.hasUnmarshallingFailed()) {
-        response.printUnmarshallError(0, kGetContainer);
-    }
-}
-
-TipprmiExceptionContainer TreflectObjectStub::getExceptionContainer() const {
-    TipprmiExceptionContainer container;
-    if (!isValid()) {
-        container.setExceptionType(TipprmiGeneralException::getExceptionClassType());
-        container.setExceptionData(TipprmiGeneralException(0));
-        return container;
-    }
-    if (const TipprmiObjectSkeleton *object = getServer()) {
-        return object->getExceptionContainer();
-    }
-    TipprmiStream request(kCallSize);
-    TipprmiStream response(kCallSize);
-    prepareRequestStream_(true, 0, kGetContainer, request);
-    dispatch(true, 0, kGetContainer, request, response);
-    prepareResponseStream_(true, response);
-    response >> container;
-    if (response.hasUnmarshallingFailed()) {
-        response.printUnmarshallError(0, kGetContainer);
-    }
-    return container;
 }
 
 bool operator==(const TreflectObjectStub &a, const TreflectObjectStub &b) {

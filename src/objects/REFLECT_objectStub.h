@@ -6,7 +6,13 @@
 
 #include <string>
 
+class TreflectMetaObject;
+class TreflectMetaOperation;
 class TreflectORB;
+class TreflectObject;
+class TreflectObserver;
+template <class T, unsigned Bound>
+class TipprmiSequence;
 
 /**
  * What all handles of one object share: where it lives. Here, it calls the object directly; elsewhere, it sends
@@ -39,6 +45,17 @@ public:
     bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                   TipprmiStream &response) const override;
 
+    // What the object tells of itself: asked at each call. If it cannot be reached, nothing: null, empty names, handles
+    // of no object.
+    virtual const TreflectMetaObject *meta() const;
+    virtual std::string getAbsName() const;
+    virtual std::string getRelName() const;
+    virtual TreflectObject getParent() const;
+    virtual TreflectObject getChild(const std::string &name) const;
+    virtual TipprmiSequence<TreflectObject, 0U> getChilds() const;
+    virtual void registerChild(const std::string &name, const TreflectObject &child) const;
+    virtual void unregisterChild(const std::string &name) const;
+
     /** Looks the object up again; an invalid stub stays as it is. The broker is not used. */
     virtual void connect(const TreflectORB *orb, const TipprmiOID &oid);
     virtual void connect(const TipprmiOID &oid);
@@ -48,6 +65,11 @@ public:
     virtual std::string className() const;
     void setExceptionContainer(const TipprmiExceptionContainer &container) const override;
     TipprmiExceptionContainer getExceptionContainer() const override;
+    /** `selector` 0: told before the operation runs, else after it. */
+    virtual void registerObserver(unsigned selector, const TreflectMetaOperation *operation,
+                                  TreflectObserver *observer) const;
+    /** Of all operations, whichever is given. */
+    virtual void removeObserver(const TreflectMetaOperation *operation, TreflectObserver *observer) const;
 
     void incRefCount() noexcept { ++refCount_; }
     /** True when the last reference went. */
@@ -70,6 +92,7 @@ private:
     TreflectOrbId orbId_;
     TipprmiObjectSkeleton *object_ = nullptr; // not owned; a mark of its own when invalid
     int refCount_ = 0;
+    mutable const TreflectMetaObject *meta_ = nullptr; // what meta() found last
 };
 
 /** By name if both have one, else by all the rest. */

@@ -28,15 +28,19 @@ TipprmiObjectSkeleton::TipprmiObjectSkeleton() : TipprmiObjectBase(TipprmiOID(nu
 
 TipprmiObjectSkeleton::~TipprmiObjectSkeleton() {
     TreflectHandlerState state(true);
-    // A static object may go after the brokers.
-    if (orb_ != nullptr && SingletonInstances::holds(orb_)) {
-        orb_->unregisterObject(this);
-    }
+    unregister_();
     orb_ = nullptr;
     if (TreflectObjectHandler *handler = TreflectObjectHandler::getExisting()) {
         handler->invalidateStubs(this); // clients must not find it any more
     }
     dropClient_();
+}
+
+/** A static object may go after the brokers. */
+void TipprmiObjectSkeleton::unregister_() {
+    if (orb_ != nullptr && SingletonInstances::holds(orb_)) {
+        orb_->unregisterObject(this);
+    }
 }
 
 void TipprmiObjectSkeleton::dropClient_() const {
@@ -52,9 +56,7 @@ void TipprmiObjectSkeleton::connect(TreflectORB *orb, const TipprmiOID &oid) {
     }
     {
         TreflectHandlerState state(true);
-        if (orb_ != nullptr && SingletonInstances::holds(orb_)) {
-            orb_->unregisterObject(this);
-        }
+        unregister_();
         orb_ = orb;
         if (orb_ != nullptr) {
             orb_->registerObject(this);

@@ -46,6 +46,8 @@ protected:
     TipprmiObjectClient *client_slot_() const noexcept { return client_; }
     void client_slot_(TipprmiObjectClient *client) const noexcept { client_ = client; }
     void dropClient_() const;
+    /** For destructors that must not be met by calls half torn down: ends the registration. With the run permission. */
+    void unregister_();
 
 private:
     mutable TipprmiObjectClient *client_ = nullptr; // owned

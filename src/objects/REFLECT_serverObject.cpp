@@ -1,0 +1,243 @@
+#include "objects/REFLECT_serverObject.h"
+
+#include "objects/AbstractLevel_p.h"
+#include "objects/BuiltInMethods_p.h"
+#include "observation/REFLECT_ObserverClient.h"
+#include "platform/Log.h"
+#include "threads/HandlerState.h"
+
+#include <exception>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr char kSource[] = "REFLECT_serverObject";
+
+/** Whether the arguments were there; else that is reported, and the call has no effect. */
+bool complete(const TipprmiStream &request, unsigned cc, unsigned mc) {
+    if (request.hasUnmarshallingFailed()) {
+        request.printUnmarshallError(cc, mc);
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+TreflectServerObject::TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
+    : TipprmiObjectSkeleton(nullptr, oid), name_(name.c_str()) {
+    dropClient_();
+    if (parent == nullptr) {
+        return;
+    }
+    parent_ = *parent;
+    if (const TreflectObject *client = getClient()) {
+        parent_.registerChild(name, *client);
+    }
+}
+
+TreflectServerObject::~TreflectServerObject() {
+    TreflectHandlerState state(true);
+    if (parent_.isConnected()) {
+        parent_.unregisterChild(objectName()); // the object still answers meanwhile
+    }
+    unregister_();
+    children_.reset();
+}
+
+TreflectObject *TreflectServerObject::getClient() const {
+    TreflectHandlerState state(true);
+    if (client_slot_() == nullptr) {
+        client_slot_(new (std::nothrow) TreflectObject(this));
+    }
+    return static_cast<TreflectObject *>(client_slot_());
+}
+
+// --- the tree -------------------------------------------------------------------------------------------------------
+
+TreflectObject TreflectServerObject::getParent() const {
+    return parent_;
+}
+
+TreflectObject TreflectServerObject::getChild(const std::string &name) const {
+    if (children_ != nullptr) {
+        const auto found = children_->find(name);
+        if (found != children_->end()) {
+            return found->second;
+        }
+    }
+    return TreflectObject();
+}
+
+// Copying a handle may block, to look up an object that was not found before; the children may change meanwhile.
+
+TipprmiSequence<TreflectObject> TreflectServerObject::getChilds() const {
+    TipprmiSequence<TreflectObject> childs;
+    if (children_ == nullptr) {
+        return childs;
+    }
+    try {
+        std::vector<std::string> names;
+        for (const auto &entry : *children_) {
+            names.push_back(entry.first);
+        }
+        childs.setLength(static_cast<unsigned>(names.size()));
+        for (unsigned i = 0; i < childs.getLength(); ++i) {
+            childs[i] = getChild(names[i]);
+        }
+    } catch (const std::exception &) {
+        LogDispatch(3, LogMakeString("no memory for the children of \"%s\"", objectName()), kSource);
+    }
+    return childs;
+}
+
+void TreflectServerObject::registerChild(const std::string &name, const TreflectObject &child) {
+    try {
+        Children added;
+        added.emplace(name, child);
+        if (children_ == nullptr) {
+            children_ = std::make_unique<Children>();
+        }
+        children_->erase(name);
+        children_->insert(added.extract(added.begin()));
+    } catch (const std::exception &) {
+        LogDispatch(3, LogMakeString("no memory for child \"%s\"", name.c_str()), kSource);
+    }
+}
+
+void TreflectServerObject::unregisterChild(const std::string &name) {
+    if (children_ != nullptr) {
+        children_->erase(name);
+    }
+}
+
+std::string TreflectServerObject::getAbsName() const {
+    return (parent_.isConnected() ? parent_.getAbsName() : std::string()) + "/" + getRelName();
+}
+
+std::string TreflectServerObject::getRelName() const {
+    return name_;
+}
+
+bool TreflectServerObject::notifyObservers(unsigned when, const unsigned &classCode, const unsigned &methodCode,
+                                           const TipprmiSequence<TipprmiAny> &parameters) {
+    const TreflectObject *const source = getClient();
+    TreflectObservable &observable = *this;
+    return source == nullptr || observable.notifyObservers(*source, when, classCode, methodCode, parameters);
+}
+
+// --- methods that every object has ----------------------------------------------------------------------------------
+
+TreflectServerObject::Method TreflectServerObject::builtIn(unsigned mc) noexcept {
+    static constexpr struct {
+        unsigned mc;
+        Method method;
+    } methods[] = {
+        {BuiltIn::registerObserver, &TreflectServerObject::answerRegisterObserver},
+        {BuiltIn::removeObserver, &TreflectServerObject::answerRemoveObserver},
+        {BuiltIn::getAbsName, &TreflectServerObject::answerAbsName},
+        {BuiltIn::getRelName, &TreflectServerObject::answerRelName},
+        {BuiltIn::getParent, &TreflectServerObject::answerParent},
+        {BuiltIn::getChild, &TreflectServerObject::answerChild},
+        {BuiltIn::getChilds, &TreflectServerObject::answerChilds},
+        {BuiltIn::registerChild, &TreflectServerObject::answerRegisterChild},
+        {BuiltIn::unregisterChild, &TreflectServerObject::answerUnregisterChild},
+        {BuiltIn::getClassIds, &TreflectServerObject::answerClassIds},
+    };
+    for (const auto &entry : methods) {
+        if (entry.mc == mc) {
+            return entry.method;
+        }
+    }
+    return nullptr;
+}
+
+bool TreflectServerObject::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
+                                    TipprmiStream &response) {
+    const Method method = builtIn(mc);
+    if (method == nullptr) {
+        return TipprmiObjectSkeleton::dispatch(transaction, cc, mc, request, response);
+    }
+    (this->*method)(cc, mc, request, response);
+    return true;
+}
+
+void TreflectServerObject::answerRegisterObserver(unsigned cc, unsigned mc, TipprmiStream &request,
+                                                  TipprmiStream &response) {
+    unsigned when = 0;
+    unsigned classCode = 0;
+    unsigned methodCode = 0;
+    TreflectObserverClient observer;
+    request >> when >> classCode >> methodCode >> observer;
+    if (complete(request, cc, mc)) {
+        registerObserver(when, classCode, methodCode, observer);
+    }
+    prepareResponseStream_(response);
+}
+
+void TreflectServerObject::answerRemoveObserver(unsigned cc, unsigned mc, TipprmiStream &request,
+                                                TipprmiStream &response) {
+    TreflectObserverClient observer;
+    request >> observer;
+    if (complete(request, cc, mc)) {
+        unRegisterObserver(observer);
+    }
+    prepareResponseStream_(response);
+}
+
+void TreflectServerObject::answerAbsName(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {
+    const std::string name = getAbsName(); // may block: the container is written after that
+    prepareResponseStream_(response);
+    response << name;
+}
+
+void TreflectServerObject::answerRelName(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {
+    prepareResponseStream_(response);
+    response << getRelName();
+}
+
+void TreflectServerObject::answerParent(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {
+    prepareResponseStream_(response);
+    response << getParent();
+}
+
+void TreflectServerObject::answerChild(unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) {
+    std::string name;
+    request >> name;
+    complete(request, cc, mc);
+    prepareResponseStream_(response);
+    response << getChild(name);
+}
+
+void TreflectServerObject::answerChilds(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {
+    prepareResponseStream_(response);
+    response << getChilds();
+}
+
+void TreflectServerObject::answerRegisterChild(unsigned cc, unsigned mc, TipprmiStream &request,
+                                               TipprmiStream &response) {
+    std::string name;
+    TreflectObject child;
+    request >> name >> child;
+    if (complete(request, cc, mc)) {
+        registerChild(name, child);
+    }
+    prepareResponseStream_(response);
+}
+
+void TreflectServerObject::answerUnregisterChild(unsigned cc, unsigned mc, TipprmiStream &request,
+                                                 TipprmiStream &response) {
+    std::string name;
+    request >> name;
+    if (complete(request, cc, mc)) {
+        unregisterChild(name);
+    }
+    prepareResponseStream_(response);
+}
+
+void TreflectServerObject::answerClassIds(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {
+    prepareResponseStream_(response);
+    response << classIdsOf(*this);
+}

@@ -1,0 +1,95 @@
+#include "observation/REFLECT_Observable.h"
+
+#include "observation/REFLECT_ObserverClient.h"
+#include "platform/Log.h"
+
+#include <exception>
+#include <list>
+
+namespace {
+
+constexpr char kSource[] = "REFLECT_Observer";
+
+} // namespace
+
+TreflectObservable::TreflectObservable() = default;
+TreflectObservable::~TreflectObservable() = default;
+
+void TreflectObservable::registerObserver(unsigned when, const unsigned &classCode, const unsigned &methodCode,
+                                          const TreflectObserverClient &observer) {
+    try {
+        // Copying a handle may block; the observers may change meanwhile.
+        Observers added;
+        added.emplace(Key(classCode, methodCode), observer);
+        std::unique_ptr<Observers> &observers = when == 0 ? pre_ : post_;
+        if (observers == nullptr) {
+            observers = std::make_unique<Observers>();
+        }
+        observers->insert(added.extract(added.begin()));
+    } catch (const std::exception &) {
+        LogDispatch(3, "no memory for an observer", kSource);
+    }
+}
+
+void TreflectObservable::unRegisterObserver(const TreflectObserverClient &observer) {
+    remove(pre_, observer);
+    remove(post_, observer);
+}
+
+void TreflectObservable::remove(const std::unique_ptr<Observers> &observers, const TreflectObserverClient &observer) {
+    if (observers == nullptr) {
+        return;
+    }
+    for (auto entry = observers->begin(); entry != observers->end();) {
+        if (entry->second == observer) {
+            const auto dropped = observers->extract(entry); // `observer` may be this very one
+            entry = observers->begin();
+        } else {
+            ++entry;
+        }
+    }
+}
+
+bool TreflectObservable::available(const std::unique_ptr<Observers> &observers, const Key &key) {
+    return observers != nullptr && observers->count(key) != 0;
+}
+
+bool TreflectObservable::preObserverAvailable(const unsigned &classCode, const unsigned &methodCode) const {
+    return available(pre_, Key(classCode, methodCode));
+}
+
+bool TreflectObservable::postObserverAvailable(const unsigned &classCode, const unsigned &methodCode) const {
+    return available(post_, Key(classCode, methodCode));
+}
+
+bool TreflectObservable::notifyObservers(const TreflectObject &source, unsigned when, const unsigned &classCode,
+                                         const unsigned &methodCode, const TipprmiSequence<TipprmiAny> &parameters) {
+    const std::unique_ptr<Observers> &observers = when == 0 ? pre_ : post_;
+    if (observers == nullptr) {
+        return true;
+    }
+    bool result = true;
+    std::list<TreflectObserverClient> told; // a copy: observers may come and go while they are told
+    std::list<const TreflectObserverClient *> unreachable;
+    try {
+        const auto range = observers->equal_range(Key(classCode, methodCode));
+        for (auto entry = range.first; entry != range.second; ++entry) {
+            told.push_back(entry->second);
+        }
+        for (const TreflectObserverClient &client : told) {
+            bool delivered = false;
+            const bool accepted = client.notify(source, classCode, methodCode, parameters, delivered);
+            if (!delivered) {
+                unreachable.push_back(&client);
+            } else if (!accepted) {
+                result = false;
+            }
+        }
+    } catch (const std::bad_alloc &) {
+        LogDispatch(3, "no memory to tell all observers", kSource);
+    }
+    for (const TreflectObserverClient *client : unreachable) {
+        unRegisterObserver(*client);
+    }
+    return result;
+}

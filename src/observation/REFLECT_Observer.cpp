@@ -1,0 +1,49 @@
+#include "observation/REFLECT_Observer.h"
+
+#include "platform/Log.h"
+#include "threads/HTUtil.h"
+
+TreflectObserver::TreflectObserver(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
+    : TreflectObserverSkeleton(oid, parent, name) {}
+
+TreflectObserver::~TreflectObserver() = default;
+
+bool TreflectObserver::notify(const TreflectObject &source, const unsigned &, const unsigned &,
+                              const TipprmiSequence<TipprmiAny> &parameters, bool &delivered) {
+    delivered = true;
+    TipprmiSequence<TipprmiAny> copy = parameters;
+    SValue value{&copy, &source, true};
+    return tell(value);
+}
+
+bool TreflectObserver::notify(const TreflectObject &source) {
+    SValue value{nullptr, &source, false};
+    return tell(value);
+}
+
+bool TreflectObserver::tell(SValue &value) {
+    const ThreadSpecificGuard guard(values_, &value);
+    return detected();
+}
+
+bool TreflectObserver::detected() {
+    return true;
+}
+
+TreflectObserver::SValue *TreflectObserver::getsvalue() {
+    auto *const value = static_cast<SValue *>(values_.get());
+    if (value == nullptr) {
+        const TipprmiOID oid = getOID();
+        LogDispatch(3,
+                    LogMakeString("TreflectObserver::getsvalue(oid=%s) SValue == NULL.",
+                                  oid.getIdString() != nullptr ? oid.getIdString() : ""),
+                    "REFLECT_Observer");
+        HTUtil::testabort();
+    }
+    return value;
+}
+
+const TreflectObject *TreflectObserver::getSource() {
+    const SValue *const value = getsvalue();
+    return value != nullptr ? value->source : nullptr;
+}

@@ -1,0 +1,71 @@
+#include "reflection/REFLECT_InterfaceRepository.h"
+
+#include "platform/Lock.h"
+#include "platform/Log.h"
+#include "reflection/REFLECT_metaObject.h"
+
+#include <exception>
+
+namespace {
+
+constexpr char kSource[] = "REFLECT_InterfaceRepository";
+using Locked = OSWrap::Lock<OSWrap::Mutex>;
+
+} // namespace
+
+InterfaceRepository *InterfaceRepository::instance() {
+    static InterfaceRepository *const repository = new InterfaceRepository; // meta objects of static life still use it
+    return repository;
+}
+
+bool InterfaceRepository::registerInterface(TreflectMetaObject *meta) {
+    bool memory = true;
+    {
+        Locked lock(lock_);
+        try {
+            interfaces_.emplace(meta->getClassId(), meta);
+        } catch (const std::exception &) {
+            memory = false;
+        }
+    }
+    if (!memory) {
+        LogDispatch(3, LogMakeString("InterfaceRepository has no memory for class 0x%X", meta->getClassId()), kSource);
+    }
+    return true;
+}
+
+bool InterfaceRepository::unregisterInterface(TreflectMetaObject *meta) {
+    Locked lock(lock_);
+    interfaces_.erase(meta->getClassId());
+    return true;
+}
+
+TreflectMetaObject *InterfaceRepository::findInterface(unsigned classId) const {
+    TreflectMetaObject *found = nullptr;
+    {
+        Locked lock(lock_);
+        const auto entry = interfaces_.find(classId);
+        found = entry != interfaces_.end() ? entry->second : nullptr;
+    }
+    if (found == nullptr) {
+        LogDispatch(6,
+                    LogMakeString("InterfaceRepository::findInterface(0x%X) Meta-information CANNOT BE FOUND", classId),
+                    kSource);
+        return nullptr;
+    }
+    found->completeMetaInformation();
+    return found;
+}
+
+std::vector<unsigned> InterfaceRepository::getIfIds() const {
+    std::vector<unsigned> ids;
+    Locked lock(lock_);
+    try {
+        for (const auto &entry : interfaces_) {
+            ids.push_back(entry.first);
+        }
+    } catch (const std::exception &) {
+        ids.clear();
+    }
+    return ids;
+}

@@ -1,0 +1,102 @@
+#include "reflection/REFLECT_attribute.h"
+
+#include "objects/REFLECT_object.h"
+#include "reflection/REFLECT_metaObject.h"
+
+#include <new>
+
+// The error handles need no run-time initialisation: code of static objects may meet them.
+TreflectErrorAttribute TreflectAttribute::errorAttribute(nullptr, nullptr);
+TreflectErrorOperation TreflectAttribute::errorOperation(nullptr, nullptr);
+
+TreflectAttribute::~TreflectAttribute() {
+    delete contained_;
+}
+
+TreflectErrorAttribute::~TreflectErrorAttribute() = default;
+
+/** One that was registered without getter answers as if it did not exist. */
+bool TreflectAttribute::isError() const noexcept {
+    return error_ || meta_ == nullptr || meta_->metaOperGet() == nullptr;
+}
+
+int TreflectAttribute::constLength() const {
+    return meta_ != nullptr ? meta_->constLength() : 0;
+}
+
+TreflectAttribute &TreflectAttribute::operator[](int index) noexcept {
+    if (!error_) { // the shared handle stays as it is
+        index_ = index;
+    }
+    return *this;
+}
+
+TreflectOperation *TreflectAttribute::operGet() {
+    if (error_) {
+        return &errorOperation;
+    }
+    if (operGet_ == nullptr) {
+        operGet_ = TreflectMemberFactory<TreflectOperation>::makeTied(meta_->metaOperGet(), object_);
+    }
+    return operGet_ != nullptr ? operGet_ : &errorOperation;
+}
+
+TreflectOperation *TreflectAttribute::operSet() {
+    if (error_) {
+        return &errorOperation;
+    }
+    if (operSet_ == nullptr) {
+        operSet_ = TreflectMemberFactory<TreflectOperation>::makeTied(meta_->metaOperSet(), object_);
+    }
+    return operSet_ != nullptr ? operSet_ : &errorOperation;
+}
+
+void TreflectAttribute::call(TipprmiStream &response) const {
+    const unsigned cc = meta_->containingMetaObject()->id();
+    const auto mc = static_cast<unsigned>(meta_->metaOperGet()->id());
+    TipprmiStream request(TreflectObject::kCallSize);
+    object_->prepareRequestStream_(true, cc, mc, request);
+    object_->dispatch(true, cc, mc, request, response);
+    object_->prepareResponseStream_(true, response);
+}
+
+void TreflectAttribute::updateContainedObject() {
+    if (error_ || meta_->typeMeta() == nullptr) {
+        return;
+    }
+    if (contained_ == nullptr) {
+        contained_ = new (std::nothrow) TreflectObject;
+    } else if (index_ == -1) {
+        return;
+    }
+    if (contained_ != nullptr) {
+        get(*contained_);
+    }
+}
+
+TreflectAttribute *TreflectAttribute::attribute(const std::string &name) {
+    if (error_) {
+        return this;
+    }
+    updateContainedObject();
+    const TreflectMetaObject *const type = meta_->typeMeta();
+    const TreflectMetaAttribute *const found = type != nullptr ? type->metaAttribute(name) : nullptr;
+    TreflectAttribute *const tied = found != nullptr && contained_ != nullptr ? found->getTied(contained_) : nullptr;
+    return tied != nullptr ? tied : &errorAttribute;
+}
+
+TreflectOperation *TreflectAttribute::operation(const std::string &name) {
+    updateContainedObject();
+    const TreflectMetaObject *const type = error_ ? nullptr : meta_->typeMeta();
+    const TreflectMetaOperation *const found = type != nullptr ? type->metaOperation(name) : nullptr;
+    TreflectOperation *const tied = found != nullptr && contained_ != nullptr ? found->getTied(contained_) : nullptr;
+    return tied != nullptr ? tied : &errorOperation;
+}
+
+TreflectOperation *TreflectErrorAttribute::operation(const std::string &) {
+    return &errorOperation;
+}
+
+TreflectAttribute *TreflectErrorAttribute::attribute(const std::string &) {
+    return this;
+}
