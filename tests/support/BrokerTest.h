@@ -4,6 +4,7 @@
 #include "platform/transport/testing/FakeLink.h"
 #include "rmi/IPPRMI_stream.h"
 #include "support/LogCapture.h"
+#include "threads/HandlerState.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +18,16 @@ namespace Testing {
 /** For what needs the broker of namespace 1: it is there, over a link without a world behind it. */
 class BrokerTest : public testing::Test {
 protected:
-    void TearDown() override { link.reset(); }
+    /** No later test hears of what happened in this one. */
+    void TearDown() override {
+        link.reset();
+        const TreflectReleaseHandlerState released; // which the membership thread may want
+        const Transport::TerminationId last(0xFFF0, 15, 1);
+        link.peerAppears(last);
+        EXPECT_TRUE(log.waitFor(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), last.value()),
+                                "REFLECT_orb"));
+        link.peerVanishes(last);
+    }
 
     Transport::FakeLink &link = Transport::FakeLink::install();
     LogCapture log;
