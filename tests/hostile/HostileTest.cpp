@@ -43,7 +43,8 @@ void HostileTest::TearDown() {
     }
     EXPECT_EQ(all, good);
     EXPECT_EQ("100 of 100", client_.ask("call served 100", "called "));
-    EXPECT_EQ(good + 200, calls(served_));
+    EXPECT_EQ(good + 200 + strayCalls_, calls(served_));
+    EXPECT_LT(0U, good);
     EXPECT_EQ(expectedCalls_, calls(other_));
     EXPECT_EQ(0, ::kill(server_.pid(), 0));
 }

@@ -43,6 +43,8 @@ protected:
     std::uint32_t clientOrb_ = 0;
     /** Calls of `other` that this test has made. */
     unsigned expectedCalls_ = 0;
+    /** Calls of `served` that came from others than the client. */
+    unsigned strayCalls_ = 0;
     bool serverEnds_ = false; // as the test wants it
 
 private:
