@@ -40,7 +40,8 @@ template struct Opened<ContainerTag, &TreflectObjectHandler::stubs_>;
 template struct Opened<StubsTag, &TreflectObjectStubContainer::stubs_>;
 
 std::size_t pendingOf(TreflectORB &orb) {
-    const OSWrap::Lock<OSWrap::Mutex> lock(orb.*member(MutexTag{}));
+    OSWrap::Mutex &mutex = orb.*member(MutexTag{});
+    const OSWrap::Lock<OSWrap::Mutex> lock(mutex);
     return (orb.*member(PendingTag{})).size();
 }
 

@@ -141,8 +141,9 @@ void onServe(Arguments &arguments) {
     std::string name;
     arguments >> name;
     TreflectHandlerState state(true);
-    const auto *service = new Service(name); // until the end of the process
-    say("serves %X", service->getInternalOID());
+    static auto &services = *new std::vector<std::unique_ptr<Service>>; // until the end of the process
+    services.push_back(std::make_unique<Service>(name));
+    say("serves %X", services.back()->getInternalOID());
 }
 
 bool callOnce(const std::string &method, const TipprmiObjectClient &client, unsigned number) {
