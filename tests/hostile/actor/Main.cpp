@@ -4,7 +4,7 @@
  *   serve NAME             an object for others to call                    -> "serves NUMBER"
  *   counts                 how often each was called                       -> "counts NUMBER:CALLS ..."
  *   call NAME COUNT        calls that are checked                          -> "called GOOD of COUNT"
- *   calling NAME           calls without end                               -> "ok"
+ *   calling NAME           calls without end, of which one has ended         -> "ok"
  *   enough                 ends that                                       -> "called GOOD of COUNT"
  *   locate NAME            asks the others                                 -> "located NUMBER"
  *   counters               asks the others                                 -> "counters ENTRIES NAMESIZE ..."
@@ -19,6 +19,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <future>
 #include <memory>
 #include <sstream>
 
@@ -45,6 +46,7 @@ public:
         : Thread(OSWrap::Priority(0), OSWrap::SchedulingPolicy(0), ~0U, "caller", false), name_(std::move(name)),
           most_(most) {}
     std::atomic<bool> enough{false};
+    std::promise<void> begun; // after the first call
     unsigned good = 0;
     unsigned all = 0;
 
@@ -54,6 +56,9 @@ protected:
         const TipprmiObjectClient client(TipprmiOID(name_, NamespaceId(1)));
         for (; !enough && all < most_; ++all) {
             good += callAddOne(client, all) ? 1 : 0;
+            if (all == 0) {
+                begun.set_value();
+            }
         }
         return 0;
     }
@@ -102,7 +107,10 @@ void onCalling(Arguments &arguments) {
     std::string name;
     arguments >> name;
     caller() = std::make_unique<Caller>(name, ~0U);
-    say(caller()->start() ? "ok" : "failed");
+    if (caller()->start()) {
+        caller()->begun.get_future().wait();
+        say("ok");
+    }
 }
 
 void onEnough(Arguments &) {
