@@ -14,5 +14,19 @@ Result permission();
 Result permissionLocked();
 Result permission8();
 Result idle();
+Result callNull();
+Result callEcho1k();
+Result callEcho64k();
+Result callConcurrent();
+Result callOneWay();
+Result callNested();
+Result locateKnown2();
+Result locateKnown10();
+Result locateKnown30();
+Result locateUnknown2();
+Result locateUnknown10();
+Result locateUnknown30();
+Result stubMemory();
+Result firstCall();
 
 } // namespace Bench

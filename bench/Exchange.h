@@ -13,6 +13,8 @@ namespace Bench {
  */
 class Exchange {
 public:
+    static constexpr unsigned kCallSize = 48; // of a small call, with its heads
+
     virtual ~Exchange() = default;
     /** One call and its answer. */
     virtual void call(unsigned size) = 0;
@@ -21,10 +23,19 @@ public:
     virtual pid_t peer() const = 0;
 };
 
+/** One that several threads may use at once. */
+class ConcurrentExchange : public Exchange {
+public:
+    static constexpr unsigned kThreads = 8;
+    using Exchange::call;
+    /** `thread`: the caller's number, below kThreads. */
+    virtual void call(unsigned size, unsigned thread) = 0;
+};
+
 /** Through the library's transport. */
 std::unique_ptr<Exchange> transportExchange();
-/** By hand, with nothing but a socket, threads and queues: what the transport is measured against. */
-std::unique_ptr<Exchange> handWrittenExchange();
+/** By hand, with nothing but a socket, threads and queues: what transport and calls are measured against. */
+std::unique_ptr<ConcurrentExchange> handWrittenExchange();
 
 /** The other sides; they serve until their standard input closes or the socket does. */
 int serveTransport();

@@ -63,11 +63,17 @@ Bytes receiveAll(int socket, char *buffer) {
     return message;
 }
 
-void receiveInto(int socket, Queue<Bytes> &queue) {
+/** Byte 0 of a message: whether it wants an answer; byte 1: the number of the thread that waits for it. */
+constexpr unsigned kHead = 2;
+
+/** `queueOf` says which queue a message goes to. Until the connection ends; the last message is empty. */
+template <class QueueOf>
+void receiveInto(int socket, const QueueOf &queueOf) {
     const std::unique_ptr<char[]> buffer(new char[kPiece + sizeof(std::size_t)]);
     for (;;) {
         Bytes message = receiveAll(socket, buffer.get());
-        const bool last = message.size == 0;
+        const bool last = message.size < kHead;
+        Queue<Bytes> &queue = queueOf(message);
         queue.push(std::move(message));
         if (last) {
             return;
@@ -75,7 +81,7 @@ void receiveInto(int socket, Queue<Bytes> &queue) {
     }
 }
 
-class ByHand : public Exchange {
+class ByHand : public ConcurrentExchange {
 public:
     ByHand() {
         int ends[2];
@@ -85,7 +91,11 @@ public:
         socket_ = ends[0];
         peer_ = startSelf("--serve-by-hand", std::to_string(ends[1]), -1, -1);
         ::close(ends[1]);
-        receiver_ = std::thread([this] { receiveInto(socket_, received_); });
+        receiver_ = std::thread([this] {
+            receiveInto(socket_, [this](const Bytes &message) -> Queue<Bytes> & {
+                return received_[message.size < kHead ? 0 : static_cast<unsigned char>(message.data.get()[1])];
+            });
+        });
     }
     ~ByHand() override {
         ::shutdown(socket_, SHUT_RDWR);
@@ -93,34 +103,36 @@ public:
         ::close(socket_);
         ::waitpid(peer_, nullptr, 0);
     }
-    void call(unsigned size) override {
-        send(size, true);
-        received_.pop();
+    void call(unsigned size) override { call(size, 0); }
+    void call(unsigned size, unsigned thread) override {
+        send(size, true, thread);
+        received_[thread].pop();
     }
     void oneWay(unsigned size, unsigned count) override {
         for (unsigned i = 1; i < count; ++i) {
-            send(size, false);
+            send(size, false, 0);
         }
         call(size);
     }
     pid_t peer() const override { return peer_; }
 
 private:
-    void send(unsigned size, bool answer) const {
+    void send(unsigned size, bool answer, unsigned thread) const {
         Bytes message(size);
         message.data.get()[0] = answer ? 1 : 0;
+        message.data.get()[1] = static_cast<char>(thread);
         sendAll(socket_, message);
     }
 
     int socket_ = -1;
     pid_t peer_ = -1;
-    Queue<Bytes> received_;
+    Queue<Bytes> received_[kThreads];
     std::thread receiver_;
 };
 
 } // namespace
 
-std::unique_ptr<Exchange> handWrittenExchange() {
+std::unique_ptr<ConcurrentExchange> handWrittenExchange() {
     return std::make_unique<ByHand>();
 }
 
@@ -129,17 +141,18 @@ int serveByHand(int socket) {
     std::thread worker([&] {
         for (;;) {
             const Bytes request = received.pop();
-            if (request.size == 0) {
+            if (request.size < kHead) {
                 return;
             }
             if (request.data.get()[0] != 0) {
                 Bytes answer(request.size);
                 answer.data.get()[0] = 1;
+                answer.data.get()[1] = request.data.get()[1];
                 sendAll(socket, answer);
             }
         }
     });
-    receiveInto(socket, received);
+    receiveInto(socket, [&received](const Bytes &) -> Queue<Bytes> & { return received; });
     worker.join();
     return 0;
 }

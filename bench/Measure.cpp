@@ -41,6 +41,11 @@ double Latencies::quantile(double q) {
     return samples_[static_cast<std::size_t>(q * static_cast<double>(samples_.size() - 1))];
 }
 
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
 double cpuOf(pid_t process) {
     clockid_t clock = CLOCK_PROCESS_CPUTIME_ID;
     timespec used{};

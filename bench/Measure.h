@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <sys/types.h>
 #include <vector>
 
@@ -19,12 +20,16 @@ public:
     void add(const Latencies &others) {
         samples_.insert(samples_.end(), others.samples_.begin(), others.samples_.end());
     }
+    void reserve(std::size_t more) { samples_.reserve(samples_.size() + more); }
     /** 0.5 is the median. Sorts. */
     double quantile(double q);
 
 private:
     std::vector<double> samples_;
 };
+
+/** Of at least one value. */
+double median(std::vector<double> values);
 
 /** Processor time that a process has used so far, in microseconds; 0: this one. */
 double cpuOf(pid_t process);

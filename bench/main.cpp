@@ -8,9 +8,21 @@
  *   permissionrelease    give the run permission up and take it back, nobody else wants it
  *   permission8          enter and leave with the run permission in 8 threads
  *   idle                 memory and threads of an actor that only made its broker
+ *   null                 call of another actor's object, one number in, one out, beside an exchange by hand
+ *   echo1k, echo64k      the same with a text that goes there and back
+ *   conc8                the same as null, from 8 threads at once
+ *   oneway               calls without answer, until the object has had them all
+ *   nested               a call during which the called object calls the caller
+ *   locateknown2, ...10, ...30
+ *                        search of an object in so many actors, which one of the others has
+ *   locateunknown2, ...10, ...30
+ *                        the same, of one that nobody has
+ *   memstub              memory of a stub of a remote object
+ *   firstcall            from the start of an actor to the end of its first call
  */
 #include "Benchmarks.h"
 #include "Exchange.h"
+#include "Service.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -35,6 +47,33 @@ constexpr Benchmark kBenchmarks[] = {
     {"permissionrelease", "give the run permission up and take it back, uncontended", &permissionLocked},
     {"permission8", "enter and leave with the run permission in 8 threads", &permission8},
     {"idle", "memory and threads of an actor that only made its broker", &idle},
+    {"null", "call with one number in and one out", &callNull},
+    {"echo1k", "call with 1 KiB in and out", &callEcho1k},
+    {"echo64k", "call with 64 KiB in and out", &callEcho64k},
+    {"conc8", "calls from 8 threads at once", &callConcurrent},
+    {"oneway", "calls without answer", &callOneWay},
+    {"nested", "call during which the other side calls back", &callNested},
+    {"locateknown2", "search of an object among 2 actors", &locateKnown2},
+    {"locateknown10", "search of an object among 10 actors", &locateKnown10},
+    {"locateknown30", "search of an object among 30 actors", &locateKnown30},
+    {"locateunknown2", "search of what none of 2 actors has", &locateUnknown2},
+    {"locateunknown10", "search of what none of 10 actors has", &locateUnknown10},
+    {"locateunknown30", "search of what none of 30 actors has", &locateUnknown30},
+    {"memstub", "memory of a stub of a remote object", &stubMemory},
+    {"firstcall", "from the start of an actor to the end of its first call", &firstCall},
+};
+
+/** The programs that the benchmarks start. */
+struct Mode {
+    const char *name;
+    int (*run)(const char *argument);
+};
+constexpr Mode kModes[] = {
+    {"--serve-transport", [](const char *) { return serveTransport(); }},
+    {"--serve-by-hand", [](const char *socket) { return serveByHand(std::atoi(socket)); }},
+    {"--serve-idle", [](const char *) { return serveIdle(); }},
+    {"--serve-calls", [](const char *name) { return serveCalls(name); }},
+    {"--call-once", [](const char *name) { return callOnce(name); }},
 };
 
 void print(const Result &result) {
@@ -164,14 +203,10 @@ int main(int argc, char **argv) {
     std::vector<std::string> names;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
-        if (argument == "--serve-transport") {
-            return serveTransport();
-        }
-        if (argument == "--serve-by-hand") {
-            return serveByHand(i + 1 < argc ? std::atoi(argv[i + 1]) : -1);
-        }
-        if (argument == "--serve-idle") {
-            return serveIdle();
+        for (const Mode &mode : kModes) {
+            if (argument == mode.name) {
+                return mode.run(i + 1 < argc ? argv[i + 1] : "");
+            }
         }
         if (argument == "--list") {
             return list();
