@@ -3,63 +3,62 @@
 #include "orb/REFLECT_orb.h"
 #include "platform/transport/testing/FakeLink.h"
 #include "rmi/IPPRMI_stream.h"
+#include "support/BrokerTest.h"
 
-#include <utility>
+#include <functional>
+#include <string>
 #include <vector>
 
 namespace Testing {
 
-/** Another broker as this process's broker sees it through the fake link: it is there from now on. */
+/** Another actor, as far as it answers requests at once: each goes to a function that writes the body of the response.
+ *  There from its construction to its end. */
 class FakePeer {
 public:
-    FakePeer(Transport::FakeLink &link, const TreflectORB &orb, Transport::TerminationId id)
-        : link_(link), orb_(orb), id_(id) {
+    using Answer = std::function<void(TipprmiStream &response)>;
+
+    explicit FakePeer(Transport::FakeLink &link, Transport::TerminationId id = Transport::TerminationId(0x42, 2, 1))
+        : link_(link), id_(id) {
+        link_.setFate([this](const Transport::AddressedMessage &message) { return take(message); });
         link_.peerAppears(id_);
     }
+    ~FakePeer() {
+        link_.setFate({});
+        link_.peerVanishes(id_);
+    }
+    FakePeer(const FakePeer &) = delete;
+    FakePeer &operator=(const FakePeer &) = delete;
 
-    Transport::TerminationId id() const noexcept { return id_; }
-
-    /** A message to the broker, to be written and then sent. */
-    TipprmiStream message(TreflectMessage::type_t type, TreflectMessage::kind_t kind, unsigned transactionId) const {
-        TreflectMessage head(&orb_, transactionId, 100);
-        head.type(type);
-        head.kind(kind);
-        return TipprmiStream(std::move(head), true);
-    }
-    /** The head of a method call; arguments may follow. */
-    TipprmiStream call(unsigned ioid, bool transaction, unsigned cc, unsigned mc, unsigned transactionId = 0x2A) const {
-        TipprmiStream body = message(TreflectMessage::tPayld,
-                                     transaction ? TreflectMessage::kRequ : TreflectMessage::kMsg, transactionId);
-        body << ioid << transaction << cc << mc;
-        return body;
-    }
-    void send(const TipprmiStream &body) const {
-        Transport::AddressedMessage message = body.msg().addressed();
-        message.originator() = id_;
-        message.destination() = orb_.termId();
-        link_.deliver(message);
-    }
-    /** The next message from this process to any peer; one without buffer if none comes in time. */
-    Transport::AddressedMessage next() const {
-        std::vector<Transport::AddressedMessage> issued = link_.takeIssued(1);
-        return issued.size() == 1 ? issued[0] : Transport::AddressedMessage();
-    }
-    /** Answers a request; `write(body)` fills in the response. */
-    template <class Write>
-    void respond(const Transport::AddressedMessage &request, const Write &write) const {
-        TreflectMessage head = orb_.allocateResponse(TreflectMessage(request), 100);
-        TipprmiStream body(std::move(head), true);
-        write(body);
-        Transport::AddressedMessage message = body.msg().addressed();
-        message.originator() = request.destination();
-        message.destination() = request.originator();
-        link_.deliver(message);
-    }
+    Transport::TerminationId id() const { return id_; }
+    /** What the next requests are answered with; each is a whole body, with the exception container. */
+    void answer(Answer answer) { answer_ = std::move(answer); }
+    /** Bodies of the requests so far, in hex; the first four numbers are the head of the call. */
+    const std::vector<std::string> &requests() const { return requests_; }
+    std::string lastRequest() const { return requests_.empty() ? "none" : requests_.back(); }
 
 private:
+    Transport::FakeLink::Fate take(const Transport::AddressedMessage &addressed) {
+        if (addressed.destination() != id_) {
+            return Transport::FakeLink::Fate::deliver;
+        }
+        const TreflectMessage message(addressed);
+        requests_.push_back(hex(TipprmiStream(message, false)));
+        if (message.kind() == TreflectMessage::kRequ && answer_) {
+            TreflectMessage head(TreflectORB::getInstance(1)->allocateResponse(message, 100));
+            TipprmiStream body(std::move(head), true);
+            answer_(body);
+            Transport::AddressedMessage response = body.msg().addressed();
+            response.originator() = addressed.destination();
+            response.destination() = addressed.originator();
+            link_.deliver(response);
+        }
+        return Transport::FakeLink::Fate::deliver;
+    }
+
     Transport::FakeLink &link_;
-    const TreflectORB &orb_;
     const Transport::TerminationId id_;
+    Answer answer_;
+    std::vector<std::string> requests_;
 };
 
 } // namespace Testing
