@@ -11,8 +11,11 @@
  *   exists ID                                                          -> "exists 0" or "exists 1"
  *   figures                                                             -> "figures THREADS KIB"
  *   serve NAME                           an object for others to call     -> "serves NUMBER"
- *   call METHOD NAME COUNT [THREADS]     addone, echo (of COUNT bytes), hold, refuse, note  -> "called GOOD of ALL"
+ *   call METHOD NAME COUNT [THREADS]     addone, echo (of COUNT bytes), hold, refuse, note, leave (with
+ *                                        status COUNT) -> "called GOOD of ALL"
  *   through DEPTH NAME1 NAME2            nested calls                    -> "through REACHED"
+ *   begin | join | cancel | cancelbare | storm | keep | kept   see Callers.h
+ *   detour NAME1 NAME2                   calls NAME1, which tells NAME2 to leave -> "detoured 0" or "detoured 1"
  *   locate NAME                                                         -> "located NUMBER BROKER"
  *   release                              lets held calls end             -> "ok"
  *   noted                                one-way calls that came         -> "noted N"
@@ -21,6 +24,7 @@
  *   torment | progress | rest            see Torture.h
  *   enter | forked | segv | exit [STATUS] | exitworker
  */
+#include "Callers.h"
 #include "Counts.h"
 #include "Output.h"
 #include "Probe.h"
@@ -32,7 +36,6 @@
 #include "platform/UnitFigures.h"
 #include "threads/HandlerState.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <dirent.h>
@@ -146,65 +149,6 @@ void onServe(Arguments &arguments) {
     say("serves %X", services.back()->getInternalOID());
 }
 
-bool callOnce(const std::string &method, const TipprmiObjectClient &client, unsigned number) {
-    if (method == "addone") {
-        return callAddOne(client, number);
-    }
-    if (method == "echo") {
-        return callEcho(client, number);
-    }
-    if (method == "hold") {
-        return callHold(client);
-    }
-    return method == "note" ? callNote(client) : callRefuse(client);
-}
-
-/** Calls `count` times in one thread. */
-class Caller : public OSWrap::Thread {
-public:
-    Caller(std::string method, std::string name, unsigned count)
-        : Thread(OSWrap::Priority(0), OSWrap::SchedulingPolicy(0), ~0U, "caller", false), method_(std::move(method)),
-          name_(std::move(name)), count_(count) {}
-    unsigned good = 0;
-
-protected:
-    int run() override {
-        TreflectHandlerState state(true);
-        const TipprmiObjectClient client(TipprmiOID(name_, NamespaceId(1)));
-        for (unsigned i = 0; i < count_; ++i) {
-            good += callOnce(method_, client, method_ == "echo" ? count_ : i) ? 1 : 0;
-            if (method_ == "echo") {
-                break;
-            }
-        }
-        return 0;
-    }
-
-private:
-    const std::string method_;
-    const std::string name_;
-    const unsigned count_;
-};
-
-void onCall(Arguments &arguments) {
-    std::string method;
-    std::string name;
-    arguments >> method >> name;
-    const unsigned count = number(arguments);
-    const unsigned threads = std::max(number(arguments), 1U);
-    std::vector<std::unique_ptr<Caller>> callers;
-    for (unsigned i = 0; i < threads; ++i) {
-        callers.push_back(std::make_unique<Caller>(method, name, count));
-        callers.back()->start();
-    }
-    unsigned good = 0;
-    for (const auto &caller : callers) {
-        caller->join();
-        good += caller->good;
-    }
-    say("called %u of %u", good, method == "echo" ? threads : threads * count);
-}
-
 void onThrough(Arguments &arguments) {
     const unsigned depth = number(arguments);
     std::string one;
@@ -212,6 +156,14 @@ void onThrough(Arguments &arguments) {
     arguments >> one >> two;
     TreflectHandlerState state(true);
     say("through %u", callThrough(TipprmiObjectClient(TipprmiOID(one, NamespaceId(1))), depth, one, two));
+}
+
+void onDetour(Arguments &arguments) {
+    std::string one;
+    std::string two;
+    arguments >> one >> two;
+    TreflectHandlerState state(true);
+    say("detoured %d", callDetour(TipprmiObjectClient(TipprmiOID(one, NamespaceId(1))), two) ? 1 : 0);
 }
 
 void onLocate(Arguments &arguments) {
@@ -324,6 +276,14 @@ constexpr Command kCommands[] = {
     {"exitworker", &onExitWorker},
     {"serve", &onServe},
     {"call", &onCall},
+    {"begin", &onBegin},
+    {"join", &onJoin},
+    {"cancel", &onCancel},
+    {"cancelbare", &onCancelBare},
+    {"storm", &onStorm},
+    {"keep", &onKeep},
+    {"kept", &onKept},
+    {"detour", &onDetour},
     {"through", &onThrough},
     {"locate", &onLocate},
     {"release", &onRelease},

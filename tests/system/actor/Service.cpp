@@ -5,7 +5,7 @@
 #include "rmi/StreamOperators.h"
 #include "threads/BrokerLocks.h"
 
-#include <vector>
+#include <cstdlib>
 
 namespace {
 
@@ -67,6 +67,21 @@ bool onNote(TipprmiStream &, TipprmiStream &) {
     return true;
 }
 
+bool onLeave(TipprmiStream &request, TipprmiStream &) {
+    unsigned status = 0;
+    request >> status;
+    std::exit(static_cast<int>(status));
+}
+
+bool onDetour(TipprmiStream &request, TipprmiStream &response) {
+    std::string other;
+    request >> other;
+    const bool good = callLeave(TipprmiObjectClient(TipprmiOID(other, NamespaceId(1))), 9);
+    say("detour %d", good ? 1 : 0);
+    response << 1U;
+    return true;
+}
+
 /** Runs a call; `write` marshals the arguments, `read` what follows the exception container. */
 template <class Write, class Read>
 bool call(const TipprmiObjectClient &client, unsigned mc, const Write &write, const Read &read) {
@@ -84,7 +99,8 @@ bool call(const TipprmiObjectClient &client, unsigned mc, const Write &write, co
 
 bool Service::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) {
     using Handler = bool (*)(TipprmiStream &, TipprmiStream &);
-    static constexpr Handler kHandlers[] = {nullptr, &onAddOne, &onEcho, &onHold, &onRefuse, &onThrough, &onNote};
+    static constexpr Handler kHandlers[] = {nullptr,    &onAddOne, &onEcho,  &onHold,  &onRefuse,
+                                            &onThrough, &onNote,   &onLeave, &onDetour};
     if (cc != kClass || mc == 0 || mc >= sizeof kHandlers / sizeof kHandlers[0]) {
         return TipprmiObjectSkeleton::dispatch(transaction, cc, mc, request, response);
     }
@@ -156,4 +172,16 @@ bool callNote(const TipprmiObjectClient &client) {
     TipprmiStream response(100);
     client.prepareRequestStream_(false, Service::kClass, Service::note, request);
     return client.dispatch(false, Service::kClass, Service::note, request, response);
+}
+
+bool callLeave(const TipprmiObjectClient &client, unsigned status) {
+    return call(
+        client, Service::leave, [status](TipprmiStream &request) { request << status; },
+        [](TipprmiStream &) { return true; });
+}
+
+bool callDetour(const TipprmiObjectClient &client, const std::string &other) {
+    return call(
+        client, Service::detour, [&other](TipprmiStream &request) { request << other; },
+        [](TipprmiStream &) { return true; });
 }

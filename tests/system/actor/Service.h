@@ -16,6 +16,8 @@ public:
         refuse = 4,  // writes something, then says that it did not handle the call
         through = 5, // depth and two names: calls `through` of the second with the names swapped, until depth is 0
         note = 6,    // counts; for one-way calls
+        leave = 7,   // ends the process with this status
+        detour = 8,  // name: calls `leave` of that with 9
     };
     static constexpr unsigned kClass = 0x51;
 
@@ -38,3 +40,5 @@ bool callRefuse(const TipprmiObjectClient &client);
 unsigned callThrough(const TipprmiObjectClient &client, unsigned depth, const std::string &own,
                      const std::string &other);
 bool callNote(const TipprmiObjectClient &client);
+bool callLeave(const TipprmiObjectClient &client, unsigned status);
+bool callDetour(const TipprmiObjectClient &client, const std::string &other);
