@@ -1,0 +1,173 @@
+#include "objects/HandlePool_p.h"
+
+#include "objects/REFLECT_object.h"
+#include "observation/REFLECT_ObserverClient.h"
+#include "support/BrokerTest.h"
+#include "support/Concurrency.h"
+#include "support/HeapProbe.h"
+#include "threads/HandlerState.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace {
+
+/** A handle that is larger than others. */
+class Larger : public TreflectObject {
+public:
+    void *more[4] = {};
+};
+
+class HandlePoolTest : public Testing::BrokerTest {
+protected:
+    TreflectHandlerState state{true};
+};
+
+/** Takes cells until one comes from a new block. */
+class Filled {
+public:
+    Filled() {
+        const unsigned before = HandlePool::blocks();
+        while (HandlePool::blocks() == before) {
+            take();
+        }
+    }
+    ~Filled() {
+        for (void *cell : cells_) {
+            HandlePool::giveBack(cell);
+        }
+    }
+    Filled(const Filled &) = delete;
+    Filled &operator=(const Filled &) = delete;
+    void take() { cells_.push_back(HandlePool::take()); }
+    const std::vector<void *> &cells() const { return cells_; }
+
+private:
+    std::vector<void *> cells_;
+};
+
+TEST_F(HandlePoolTest, ABlockHolds256Handles) {
+    Filled pool;
+    const unsigned blocks = HandlePool::blocks();
+    const std::size_t first = pool.cells().size() - 1;
+    for (unsigned i = 1; i < 256; ++i) {
+        pool.take();
+    }
+    EXPECT_EQ(blocks, HandlePool::blocks());
+    pool.take();
+    EXPECT_EQ(blocks + 1, HandlePool::blocks()) << "the 257th needs another one";
+    std::vector<char *> cells;
+    for (std::size_t i = first; i < pool.cells().size(); ++i) {
+        cells.push_back(static_cast<char *>(pool.cells()[i]));
+        std::memset(cells.back(), 0x5A, sizeof(TreflectObject)); // nobody else's memory
+    }
+    std::sort(cells.begin(), cells.end());
+    for (std::size_t i = 1; i < cells.size(); ++i) {
+        EXPECT_GE(cells[i] - cells[i - 1], static_cast<std::ptrdiff_t>(sizeof(TreflectObject)));
+    }
+}
+
+TEST_F(HandlePoolTest, TheCellThatWasFreedLastIsUsedNext) {
+    auto *const one = new TreflectObject;
+    auto *const two = new TreflectObject;
+    const void *const cell = one;
+    delete one;
+    auto *const three = new TreflectObject;
+    EXPECT_EQ(cell, three);
+    const void *const other = two;
+    delete three;
+    delete two;
+    TreflectObject *const observer = new TreflectObserverClient;
+    EXPECT_EQ(other, observer) << "handles of observers come from the same pool";
+    TreflectObject *const object = new TreflectObject;
+    EXPECT_EQ(cell, object);
+    delete observer; // by way of the base
+    const TreflectObserverClient *const again = new TreflectObserverClient;
+    EXPECT_EQ(other, again);
+    delete again;
+    delete object;
+}
+
+TEST_F(HandlePoolTest, LargerHandlesComeFromTheHeap) {
+    auto *const handle = new TreflectObject;
+    const void *const cell = handle;
+    delete handle;
+    TreflectObject *const larger = new Larger;
+    EXPECT_NE(cell, larger);
+    delete larger;
+    TreflectObject *const next = new TreflectObject;
+    EXPECT_EQ(cell, next) << "nothing was taken, and nothing put there";
+    delete next;
+    TreflectObject::operator delete(nullptr, sizeof(TreflectObject));
+    void *const taken = HandlePool::take();
+    EXPECT_EQ(cell, taken) << "null is not a cell";
+    HandlePool::giveBack(taken);
+}
+
+TEST_F(HandlePoolTest, AHandleCanBeMadeInPlace) {
+    const unsigned blocks = HandlePool::blocks();
+    alignas(TreflectObject) unsigned char place[sizeof(TreflectObject)];
+    auto *const handle = new (place) TreflectObject;
+    EXPECT_EQ(static_cast<void *>(place), handle);
+    EXPECT_FALSE(handle->isConnected());
+    handle->~TreflectObject();
+    EXPECT_EQ(blocks, HandlePool::blocks());
+}
+
+TEST_F(HandlePoolTest, HandlesOfTheFirstBlockCostNoMemory) {
+    Filled pool;
+    const Testing::HeapProbe probe;
+    for (int i = 0; i < 100; ++i) {
+        delete new TreflectObject;
+    }
+    EXPECT_EQ(0U, probe.allocations());
+}
+
+TEST_F(HandlePoolTest, WithoutMemoryThereIsNoHandle) {
+    Filled pool;
+    for (unsigned i = 1; i < 256; ++i) {
+        pool.take();
+    }
+    const unsigned blocks = HandlePool::blocks();
+    {
+        const Testing::FailingHeap heap;
+        EXPECT_EQ(nullptr, new (std::nothrow) TreflectObject);
+    }
+    EXPECT_EQ(blocks, HandlePool::blocks());
+    const std::unique_ptr<TreflectObject> handle(new (std::nothrow) TreflectObject);
+    EXPECT_NE(nullptr, handle);
+}
+
+TEST_F(HandlePoolTest, ThreadsNeverGetTheSameCell) {
+    constexpr unsigned kHeld = 60;
+    std::atomic<int> wrong{0};
+    const auto body = [&wrong] {
+        std::vector<unsigned *> cells;
+        for (unsigned round = 0; round < 2000; ++round) {
+            auto *const cell = static_cast<unsigned *>(HandlePool::take());
+            *cell = round;
+            cells.push_back(cell);
+            if (cells.size() == kHeld) {
+                for (unsigned i = 0; i < kHeld; ++i) {
+                    wrong += *cells[i] != round + 1 - kHeld + i ? 1 : 0;
+                    HandlePool::giveBack(cells[i]);
+                }
+                cells.clear();
+            }
+        }
+        for (unsigned *cell : cells) {
+            HandlePool::giveBack(cell);
+        }
+    };
+    {
+        Testing::TestThread one(body);
+        Testing::TestThread two(body);
+        Testing::TestThread three(body);
+    }
+    EXPECT_EQ(0, wrong);
+}
+
+} // namespace
