@@ -1,0 +1,169 @@
+#pragma once
+
+#include "objects/REFLECT_object.h"
+#include "objects/REFLECT_serverObject.h"
+#include "reflection/REFLECT_metaObject.h"
+
+#include <array>
+#include <atomic>
+#include <string>
+
+namespace Testing {
+
+// What a compiler of interfaces would write for
+//
+//     interface Equipment {
+//         readonly attribute string serial;
+//         readonly attribute Equipment carrier;
+//         void reset();
+//     };
+//     interface Port : Equipment {
+//         attribute string label;
+//         readonly attribute sequence<Equipment> members;
+//         readonly attribute Equipment lanes[4];
+//         unsigned long setRate(in unsigned long bps, inout string mode);
+//         oneway void blink();
+//     };
+//
+// and, in EquipmentImpl and PortImpl, what an application adds.
+
+class EquipmentSkeleton;
+class PortSkeleton;
+using Lanes = std::array<TreflectObject, 4>;
+
+/** Handles have no fields, so they all come from one pool. */
+class Equipment : public TreflectObject {
+public:
+    enum : unsigned { CLASS_ID = 0x7A11C0E1U };
+    enum : unsigned { mcGetserial = 1, mcGetcarrier, mcReset, mcEnd };
+
+    Equipment() = default;
+    explicit Equipment(const TipprmiOID &oid) : TreflectObject(oid) {}
+    explicit Equipment(const TipprmiObjectSkeleton *object) : TreflectObject(object) {}
+    Equipment(const TreflectObject &other) : TreflectObject(other) {}
+
+    std::string serial() const;
+    TreflectObject carrier() const;
+    void reset() const;
+};
+
+class Port : public Equipment {
+public:
+    enum : unsigned { CLASS_ID = 0x5A3C10F1U };
+    enum : unsigned { mcGetlabel = Equipment::mcEnd, mcSetlabel, mcGetmembers, mcGetlanes, mcSetRate, mcBlink };
+
+    Port() = default;
+    explicit Port(const TipprmiOID &oid) : Equipment(oid) {}
+    explicit Port(const TipprmiObjectSkeleton *object) : Equipment(object) {}
+    Port(const TreflectObject &other) : Equipment(other) {}
+
+    std::string label() const;
+    void label(const std::string &value) const;
+    TipprmiSequence<TreflectObject> members() const;
+    Lanes lanes() const;
+    unsigned setRate(unsigned bps, std::string &mode) const;
+    void blink() const;
+};
+
+/** Of both classes; there from the start of the process, and never destroyed. */
+class EquipmentMeta : public TreflectMetaObject {
+public:
+    static EquipmentMeta *instance();
+    void completeMetaInformation() override;
+
+private:
+    EquipmentMeta() : TreflectMetaObject("Equipment", Equipment::CLASS_ID) {}
+};
+
+class PortMeta : public TreflectMetaObject {
+public:
+    static PortMeta *instance();
+    void completeMetaInformation() override;
+
+private:
+    PortMeta() : TreflectMetaObject("Port", Port::CLASS_ID) {}
+};
+
+class EquipmentSkeleton : public TreflectServerObject {
+public:
+    EquipmentSkeleton(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
+        : TreflectServerObject(oid, parent, name) {
+        dropClient_();
+    }
+    Equipment *getClient() const override;
+    unsigned getServerClassId() const override { return Equipment::CLASS_ID; }
+    TipprmiSequence<unsigned> getServerClassIdSeq() const override;
+    using TreflectServerObject::dispatch;
+    bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) override;
+
+    virtual std::string serial() = 0;
+    virtual TreflectObject carrier() = 0;
+    virtual void reset() = 0;
+};
+
+class PortSkeleton : public EquipmentSkeleton {
+public:
+    PortSkeleton(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
+        : EquipmentSkeleton(oid, parent, name) {
+        dropClient_();
+    }
+    Port *getClient() const override;
+    unsigned getServerClassId() const override { return Port::CLASS_ID; }
+    TipprmiSequence<unsigned> getServerClassIdSeq() const override;
+    using EquipmentSkeleton::dispatch;
+    bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) override;
+
+    virtual std::string label() = 0;
+    virtual void label(const std::string &value) = 0;
+    virtual TipprmiSequence<TreflectObject> members() = 0;
+    virtual Lanes lanes() = 0;
+    virtual unsigned setRate(unsigned bps, std::string &mode) = 0;
+    virtual void blink() = 0;
+};
+
+/** Answers from fields and counts its calls. */
+template <class Skeleton>
+class EquipmentPart : public Skeleton {
+public:
+    explicit EquipmentPart(const char *oid, const TreflectObject *parent = nullptr, const std::string &name = "")
+        : Skeleton(TipprmiOID(oid, NamespaceId(1)), parent, name) {}
+
+    std::string serial() override { return serialNumber; }
+    TreflectObject carrier() override {
+        ++carrierReads;
+        return carriedBy;
+    }
+    void reset() override { ++resets; }
+
+    std::string serialNumber;
+    TreflectObject carriedBy;
+    std::atomic<int> carrierReads{0};
+    std::atomic<int> resets{0};
+};
+
+using EquipmentImpl = EquipmentPart<EquipmentSkeleton>;
+
+class PortImpl : public EquipmentPart<PortSkeleton> {
+public:
+    using EquipmentPart::EquipmentPart;
+
+    std::string label() override { return text; }
+    void label(const std::string &value) override { text = value; }
+    TipprmiSequence<TreflectObject> members() override { return memberList; }
+    Lanes lanes() override { return laneList; }
+    /** Ten times the rate; "?" is put behind the mode. */
+    unsigned setRate(unsigned bps, std::string &mode) override {
+        ++rateCalls;
+        mode += "?";
+        return bps * 10;
+    }
+    void blink() override { ++blinks; }
+
+    std::string text;
+    TipprmiSequence<TreflectObject> memberList;
+    Lanes laneList;
+    std::atomic<int> rateCalls{0};
+    std::atomic<int> blinks{0};
+};
+
+} // namespace Testing
