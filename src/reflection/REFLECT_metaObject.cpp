@@ -151,13 +151,17 @@ void TreflectMetaObject::completeMetaInformationHelper(const MetaOpData *operati
         LogDispatch(3, LogMakeString("Invalid meta information for meta object \"%s\"", name().c_str()), kSource);
         return;
     }
-    for (unsigned i = 0; i < operationCount; ++i) {
-        makeOperation(operations[i]);
-    }
-    for (unsigned i = 0; i < attributeCount; ++i) {
-        if (!makeAttribute(attributes[i])) {
-            return;
+    try {
+        for (unsigned i = 0; i < operationCount; ++i) {
+            makeOperation(operations[i]);
         }
+        for (unsigned i = 0; i < attributeCount; ++i) {
+            if (!makeAttribute(attributes[i])) {
+                return;
+            }
+        }
+    } catch (const std::bad_alloc &) { // for a name
+        LogDispatch(3, "no memory for a meta member", kSource);
     }
 }
 
