@@ -5,7 +5,7 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
-#include "support/FakePeer.h"
+#include "support/ManualPeer.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
@@ -25,7 +25,7 @@ constexpr TerminationId kNobody(0x0041, 2, 1);
 class PerfCntsTest : public Testing::BrokerTest {};
 
 /** What a broker answers when it is asked for its counters. */
-std::string counted(const Testing::FakePeer &peer) {
+std::string counted(const Testing::ManualPeer &peer) {
     peer.send(peer.message(Message::tPfCnt, Message::kRequ, 0x77));
     const TreflectMessage answer(peer.next());
     SCENARIO_CHECK(answer.type() == Message::tPfCnt && answer.kind() == Message::kResp);
@@ -36,8 +36,8 @@ std::string counted(const Testing::FakePeer &peer) {
 SCENARIO(counters) {
     Transport::FakeLink &link = Transport::FakeLink::install();
     TreflectORB &orb = *TreflectORB::getInstance(1);
-    const Testing::FakePeer peer(link, orb, kPeer);
-    const Testing::FakePeer other(link, orb, kOther);
+    const Testing::ManualPeer peer(link, orb, kPeer);
+    const Testing::ManualPeer other(link, orb, kOther);
     TipprmiStream expected(100);
     expected << Transport::IdInfo::getActor() << 0U;
     SCENARIO_CHECK(counted(peer) == hex(expected)); // it has never sent a request; answers do not count
@@ -71,9 +71,9 @@ TEST_F(PerfCntsTest, ABrokerAloneInItsGroupHasNobodyToAsk) {
 }
 
 TEST_F(PerfCntsTest, AllOthersAreAskedInTheOrderOfTheGroup) {
-    const Testing::FakePeer later(link, orb, TerminationId(0x0300, 2, 1));
-    const Testing::FakePeer peer(link, orb, kPeer);
-    const Testing::FakePeer other(link, orb, kOther);
+    const Testing::ManualPeer later(link, orb, TerminationId(0x0300, 2, 1));
+    const Testing::ManualPeer peer(link, orb, kPeer);
+    const Testing::ManualPeer other(link, orb, kOther);
     std::list<TerminationId> members = Transport::TransportLayer::getGroup(orb.termId().groupId()).contains();
     members.remove(orb.termId());
     ASSERT_EQ(3U, members.size());

@@ -5,8 +5,8 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
-#include "support/FakePeer.h"
 #include "support/HeapProbe.h"
+#include "support/ManualPeer.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
@@ -54,7 +54,7 @@ protected:
 };
 
 TEST_F(DiagnosticsTest, ADumpHasTheLastFiveAnsweredAndTheLastFiveReceived) {
-    const Testing::FakePeer peer(link, orb, kPeer);
+    const Testing::ManualPeer peer(link, orb, kPeer);
     TipprmiObjectSkeleton object(TipprmiOID("object", NamespaceId(1)));
     for (unsigned i = 1; i <= 7; ++i) { // the methods are unknown, which is an answer like others
         peer.send(peer.call(object.getInternalOID(), true, 0xAB, 0x90 + i, 0x2000 + i));
@@ -82,7 +82,7 @@ TEST_F(DiagnosticsTest, ADumpHasTheLastFiveAnsweredAndTheLastFiveReceived) {
 SCENARIO(dumpOfAFreshBroker) {
     Transport::FakeLink &link = Transport::FakeLink::install();
     TreflectORB &orb = *TreflectORB::getInstance(1);
-    const Testing::FakePeer peer(link, orb, kPeer);
+    const Testing::ManualPeer peer(link, orb, kPeer);
     const Testing::LogCapture log;
     orb.dumpMessages();
     SCENARIO_CHECK(log.with(" Msg : ").empty());
@@ -103,7 +103,7 @@ TEST_F(DiagnosticsTest, ADumpOfAFreshBrokerHasTheLengthOfItsQueueOnly) {
 SCENARIO(dumpWithoutMemory) {
     Transport::FakeLink &link = Transport::FakeLink::install();
     TreflectORB &orb = *TreflectORB::getInstance(1);
-    const Testing::FakePeer peer(link, orb, kPeer);
+    const Testing::ManualPeer peer(link, orb, kPeer);
     Log::setSink([](int, const std::string &, const char *) {});
     peer.send(peer.call(1, true, 1, 1));
     peer.next();
@@ -118,7 +118,7 @@ TEST_F(DiagnosticsTest, WithoutMemoryThereAreNoLinesAndNothingWorse) {
 }
 
 TEST_F(DiagnosticsTest, EachTypeOfMessageIsDescribedByItsBody) {
-    const Testing::FakePeer peer(link, orb, kPeer);
+    const Testing::ManualPeer peer(link, orb, kPeer);
     const auto of = [&](unsigned type) {
         return peer.message(static_cast<Message::type_t>(type), Message::kRequ, 0x12300001);
     };
@@ -153,7 +153,7 @@ TEST_F(DiagnosticsTest, EachTypeOfMessageIsDescribedByItsBody) {
 }
 
 TEST_F(DiagnosticsTest, AMessageIsCheckedBeforeItIsDescribed) {
-    const Testing::FakePeer peer(link, orb, kPeer);
+    const Testing::ManualPeer peer(link, orb, kPeer);
     for (bool request : {true, false}) {
         TipprmiStream call = peer.call(1, true, 1, 1, 0x12300001);
         call.msg().destination() = kPeer;

@@ -5,7 +5,7 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
-#include "support/FakePeer.h"
+#include "support/ManualPeer.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
@@ -76,7 +76,7 @@ protected:
         return eventually([&] { return log.count(3, "Handling request message failed rc=0", kSource) == times; });
     }
 
-    Testing::FakePeer peer{link, orb, kPeer};
+    Testing::ManualPeer peer{link, orb, kPeer};
     TreflectMessage last;
 };
 
@@ -196,7 +196,7 @@ TEST_F(DispatchTest, NamesAreResolvedWhateverTheKindOfTheMessage) {
 TEST_F(DispatchTest, NobodyElseIsAskedForTheNameOfARequest) {
     TipprmiStream request = peer.message(Message::tRslve, Message::kRequ, 5);
     request << TipprmiOID("unknown", NamespaceId(1));
-    const Testing::FakePeer other(link, orb, TerminationId(0x0043, 2, 1));
+    const Testing::ManualPeer other(link, orb, TerminationId(0x0043, 2, 1));
     peer.send(request);
     EXPECT_EQ("00 00 00 00", answer());
     EXPECT_EQ(kPeer, last.destination());
@@ -214,7 +214,7 @@ SCENARIO(callOfNothingByAFreshWorker) {
     Transport::FakeLink &link = Transport::FakeLink::install();
     const Testing::LogCapture log;
     const TreflectORB &orb = *TreflectORB::getInstance(1);
-    const Testing::FakePeer peer(link, orb, kPeer);
+    const Testing::ManualPeer peer(link, orb, kPeer);
     peer.send(peer.call(0x1235, true, 0x51, 0xFFFFFFFF));
     SCENARIO_CHECK(hex(TipprmiStream(TreflectMessage(peer.next()), false)) == kFailure);
     SCENARIO_CHECK(log.waitFor(3, "ioid=0x1235,transaction=true,classCode=0x51,methodCode=-1", kSource));

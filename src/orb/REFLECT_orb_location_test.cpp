@@ -5,7 +5,7 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
-#include "support/FakePeer.h"
+#include "support/ManualPeer.h"
 #include "threads/HandlerState.h"
 
 #include <algorithm>
@@ -36,7 +36,7 @@ protected:
 };
 
 TEST_F(LocationTest, AGeneratedNameOfAnOwnObjectFindsItWithoutAMessage) {
-    const Testing::FakePeer peer(link, orb, TerminationId(0x0042, 2, 1));
+    const Testing::ManualPeer peer(link, orb, TerminationId(0x0042, 2, 1));
     const TipprmiObjectSkeleton object(name(nullptr));
     const Location location = orb.locateObject(object.getOID());
     EXPECT_EQ(&object, location.getServer());
@@ -56,7 +56,7 @@ TEST_F(LocationTest, AGeneratedNameOfAnOwnObjectFindsItWithoutAMessage) {
 }
 
 TEST_F(LocationTest, AnObjectIsFoundByItsNameHereFirst) {
-    const Testing::FakePeer peer(link, orb, TerminationId(0x0042, 2, 1));
+    const Testing::ManualPeer peer(link, orb, TerminationId(0x0042, 2, 1));
     const TipprmiObjectSkeleton nameless(name(nullptr));
     TipprmiObjectSkeleton one(name("same"));
     TipprmiObjectSkeleton two(name("same"));
@@ -81,7 +81,7 @@ TEST_F(LocationTest, OthersAreAskedOneAfterTheOtherTheLastFirst) {
         }
     }
     ASSERT_EQ(3U, members.size());
-    const Testing::FakePeer peer(link, orb, TerminationId(0x0042, 2, 1));
+    const Testing::ManualPeer peer(link, orb, TerminationId(0x0042, 2, 1));
     for (std::size_t knows = 0; knows <= members.size(); ++knows) {
         Location found(name("before"));
         Testing::TestThread caller([&] {
@@ -118,7 +118,7 @@ TEST_F(LocationTest, OthersAreAskedOneAfterTheOtherTheLastFirst) {
 
 TEST_F(LocationTest, ASingleBrokerIsAskedForAName) {
     const TerminationId target(0x0042, 2, 1);
-    const Testing::FakePeer peer(link, orb, target);
+    const Testing::ManualPeer peer(link, orb, target);
     EXPECT_EQ(0U, orb.resolve(TerminationId(0x0099, 2, 1), name("thing"))) << "nobody there";
     unsigned number = 1;
     Testing::TestThread caller([&] { number = orb.resolve(target, name("thing")); });

@@ -3,7 +3,7 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
-#include "support/FakePeer.h"
+#include "support/ManualPeer.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
@@ -49,7 +49,7 @@ protected:
         return 0;
     }
 
-    Testing::FakePeer peer{link, orb, kPeer};
+    Testing::ManualPeer peer{link, orb, kPeer};
     TipprmiStream response{100};
 };
 
@@ -112,7 +112,7 @@ SCENARIO(targetGone) {
     Transport::FakeLink &link = Transport::FakeLink::install();
     const Testing::LogCapture log;
     TreflectORB &orb = *TreflectORB::getInstance(1);
-    const Testing::FakePeer peer(link, orb, kPeer);
+    const Testing::ManualPeer peer(link, orb, kPeer);
     TipprmiStream response(100);
     bool result = true;
     Testing::TestThread caller([&] {

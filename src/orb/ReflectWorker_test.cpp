@@ -4,8 +4,8 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
-#include "support/FakePeer.h"
 #include "support/HeapProbe.h"
+#include "support/ManualPeer.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
@@ -65,7 +65,7 @@ struct FreshBroker {
     Transport::FakeLink &link = Transport::FakeLink::install();
     const Testing::LogCapture log;
     TreflectORB &orb = *TreflectORB::getInstance(1);
-    const Testing::FakePeer peer{link, orb, kPeer};
+    const Testing::ManualPeer peer{link, orb, kPeer};
     Doorman doorman;
 
     void send(unsigned count, unsigned cc) const {
