@@ -63,9 +63,6 @@ TreflectObjectStub *TreflectObjectHandler::findOrMake(const TreflectObjectLocati
         stub = stubs_.find(TreflectORB::TreflectObjectLocation(
             location.getInternalOID(), location.orbId(), location.getServer(), TipprmiOID(nullptr, NamespaceId(1))));
     }
-    if (stub == &invalidStub_ && location.getServer() != nullptr) {
-        stub = nullptr; // an object that is not registered: it gets a stub of its own
-    }
     if (stub != nullptr) {
         if (stub->getServer() == nullptr && location.getServer() != nullptr) {
             stub->setServer(location.getServer()); // it came from a message, which cannot know
@@ -123,6 +120,9 @@ bool TreflectObjectHandler::isInvalidStub(const TreflectObjectStub &stub) noexce
 }
 
 void TreflectObjectHandler::changeKey(TreflectObjectStub &stub, const std::function<void()> &change) {
+    if (isInvalidStub(stub)) {
+        return; // all handles of nothing would become handles of something
+    }
     TreflectHandlerState state(true);
     TreflectObjectHandler *const handler = getExisting();
     const bool known = handler != nullptr && handler->stubs_.erase(&stub);

@@ -41,7 +41,8 @@ public:
     void invalidateStubs(const TipprmiObjectSkeleton *object);
 
     static bool isInvalidStub(const TreflectObjectStub &stub) noexcept;
-    /** For changes of what a stub is sorted by: takes it out of the container meanwhile. With the run permission. */
+    /** For changes of what a stub is sorted by: takes it out of the container meanwhile. With the run permission.
+     *  The stub that stands for nothing is not changed. */
     static void changeKey(TreflectObjectStub &stub, const std::function<void()> &change);
 
 private:

@@ -2,6 +2,7 @@
 
 #include "orb/REFLECT_orb.h"
 
+#include <algorithm>
 #include <new>
 
 namespace {
@@ -29,7 +30,9 @@ TreflectObjectStub *TreflectObjectStubContainer::find(const TreflectObjectLocati
     for (auto entry = stubs_.lower_bound(&first); entry != stubs_.end() && sameObject(*entry->first, location);
          ++entry) {
         const bool equal = !(*entry->first < location) && !(location < *entry->first);
-        if (equal && entry->second->isValid()) {
+        // Without a number there is nothing but the object itself to tell one from another.
+        const bool other = location.getInternalOID() == 0 && location.getServer() != entry->second->getServer();
+        if (equal && !other && entry->second->isValid()) {
             return entry->second;
         }
     }
@@ -48,12 +51,15 @@ bool TreflectObjectStubContainer::insert(TreflectObjectStub *stub) {
 }
 
 bool TreflectObjectStubContainer::erase(TreflectObjectStub *stub) {
+    const auto isStub = [stub](const Stubs::value_type &entry) { return entry.second == stub; };
     const auto range = stubs_.equal_range(stub);
-    for (auto entry = range.first; entry != range.second; ++entry) {
-        if (entry->second == stub) {
-            stubs_.erase(entry);
-            return true;
+    auto entry = std::find_if(range.first, range.second, isStub);
+    if (entry == range.second) { // its name or number may have been changed in here; it must not be left behind
+        entry = std::find_if(stubs_.begin(), stubs_.end(), isStub);
+        if (entry == stubs_.end()) {
+            return false;
         }
     }
-    return false;
+    stubs_.erase(entry);
+    return true;
 }

@@ -11,7 +11,7 @@
  */
 class TreflectObjectStubContainer {
 public:
-    /** The first valid one; null if there is none. */
+    /** The first valid one; null if there is none. Without a number, only one with the same server is the same. */
     TreflectObjectStub *find(const TreflectObjectLocationIf &location) const;
     /** False if memory is short. */
     bool insert(TreflectObjectStub *stub);

@@ -124,10 +124,9 @@ void TreflectObjectStub::connect(const TreflectORB *, const TipprmiOID &oid) {
     }
     const TipprmiOID name = oid; // which may be our own
     const TreflectORB *orb = TreflectORB::getInstance(name.getNamespaceId());
-    if (orb == nullptr) {
-        return;
-    }
-    const TreflectORB::TreflectObjectLocation location = orb->locateObject(name);
+    const TreflectORB::TreflectObjectLocation location =
+        orb != nullptr ? orb->locateObject(name)
+                       : TreflectORB::TreflectObjectLocation(0, TreflectOrbId(), nullptr, name);
     TreflectHandlerState state(true);
     if (!isValid()) { // its broker may have gone while we waited
         return;
