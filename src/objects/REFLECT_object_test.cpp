@@ -6,6 +6,7 @@
 #include "reflection/REFLECT_tieds.h"
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
+#include "support/HeapProbe.h"
 #include "threads/HandlerState.h"
 
 #include <memory>
@@ -274,6 +275,38 @@ TEST_F(HandleTest, WithoutObjectNothingIsKnownAndNobodyIsAsked) {
     none.registerObserver(0, nullptr, nullptr);
     none.removeObserver(nullptr, nullptr);
     EXPECT_TRUE(link.takeIssued().empty());
+}
+
+/** A handle for which there was no memory knows nothing, and does no harm. */
+TEST_F(HandleTest, WithoutMemoryForAStubThereIsNoObject) {
+    Thing lamp("lamp", kLamp);
+    std::unique_ptr<TreflectObject> object;
+    {
+        const Testing::FailingHeap heap;
+        object.reset(new TreflectObject(&lamp));
+    }
+    ASSERT_EQ(nullptr, object->getStub());
+    EXPECT_FALSE(object->isConnected());
+    EXPECT_EQ(nullptr, object->getServer());
+    EXPECT_EQ(nullptr, object->meta());
+    EXPECT_EQ("", object->getAbsName());
+    EXPECT_EQ("", object->getRelName());
+    EXPECT_FALSE(object->getParent().isConnected());
+    EXPECT_FALSE(object->getChild("a").isConnected());
+    EXPECT_EQ(0U, object->getChilds().getLength());
+    object->registerChild("a", *object);
+    object->unregisterChild("a");
+    object->registerObserver(0, nullptr, nullptr);
+    object->removeObserver(nullptr, nullptr);
+    EXPECT_EQ(&TreflectObject::errorAttribute, object->attribute("colour"));
+    TipprmiStream stream(100);
+    stream << *object;
+    TreflectObject copy(*object);
+    EXPECT_EQ(nullptr, copy.getStub());
+    stream >> copy;
+    EXPECT_EQ(TreflectObject().getStub(), copy.getStub());
+    *object = TreflectObject(&lamp);
+    EXPECT_EQ("/lamp", object->getAbsName());
 }
 
 TEST_F(HandleTest, AHandleOfADeadObjectIsNotConnected) {
