@@ -57,22 +57,17 @@ void DebugPermission<Debugging_t<1>>::get() {
     lockCounted(false);
 }
 
-bool DebugPermission<Debugging_t<1>>::tryGet() RB_NO_ANALYSIS {
-    if (Platform::inForkedChild()) {
+bool DebugPermission<Debugging_t<1>>::tryGet() {
+    unsigned long free = 0;
+    if (Platform::inForkedChild() ||
+        !word_.compare_exchange_strong(free, OSWrap::Thread::getCurrentId(), std::memory_order_acquire,
+                                       std::memory_order_relaxed)) {
         return false;
     }
-    queueLock_.lock();
-    const bool free = head_ == nullptr && owner() == 0;
-    if (free) {
-        owner_.store(OSWrap::Thread::getCurrentId(), std::memory_order_relaxed);
-        ownerTid_ = OSWrap::Thread::getCurrentTid();
-    }
-    queueLock_.unlock();
-    if (free) {
-        LockAudit::assertNoPlainLock("the run permission is taken while a plain lock is held");
-        lockCounted(false);
-    }
-    return free;
+    ownerTid_.store(OSWrap::Thread::getCurrentTid(), std::memory_order_relaxed);
+    LockAudit::assertNoPlainLock("the run permission is taken while a plain lock is held");
+    lockCounted(false);
+    return true;
 }
 
 bool DebugPermission<Debugging_t<1>>::myTurn(const Waiter &waiter) const {
@@ -82,7 +77,14 @@ bool DebugPermission<Debugging_t<1>>::myTurn(const Waiter &waiter) const {
 void DebugPermission<Debugging_t<1>>::becomeHead(Waiter &waiter) {
     waiter.headSince = waiter.lastReport = OSWrap::Clock::getObsTime();
     waiter.ownerThen = owner();
-    waiter.ownerTidThen = ownerTid_;
+    learnOwner(waiter);
+}
+
+/** The owner does not change before the head has its turn, but it may be a moment late to say its number. */
+void DebugPermission<Debugging_t<1>>::learnOwner(Waiter &waiter) const {
+    if (waiter.ownerTidThen == 0) {
+        waiter.ownerTidThen = ownerTid_.load(std::memory_order_relaxed);
+    }
 }
 
 /**
@@ -95,6 +97,7 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
     queueLock_.lock();
     (tail_ != nullptr ? tail_->next : head_) = &self;
     tail_ = &self;
+    word_.fetch_or(kQueued, std::memory_order_acquire); // from here on the permission goes through the queue
     if (head_ == &self) {
         becomeHead(self);
     }
@@ -110,10 +113,8 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
             reportWait(self);
         }
     }
-    owner_.store(OSWrap::Thread::getCurrentId(), std::memory_order_relaxed);
-    ownerTid_ = OSWrap::Thread::getCurrentTid();
     pthread_cleanup_pop(0);
-    unlink(self);
+    takeTurn(self);
     queueLock_.unlock();
     const OSWrap::TimeSpec waited = OSWrap::Clock::getObsTime() - self.headSince;
     if (waited >= kReportStep) {
@@ -126,9 +127,17 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
     }
 }
 
+void DebugPermission<Debugging_t<1>>::takeTurn(Waiter &waiter) {
+    const unsigned long self = OSWrap::Thread::getCurrentId();
+    word_.store(self | kQueued, std::memory_order_relaxed);
+    ownerTid_.store(OSWrap::Thread::getCurrentTid(), std::memory_order_relaxed);
+    unlink(waiter);
+}
+
 /** Called with the queue's lock, which is given up meanwhile: a log that is slow must not delay the owner's release. */
 void DebugPermission<Debugging_t<1>>::reportWait(Waiter &waiter) RB_NO_ANALYSIS {
     OSWrap::DisableCancelStateGuard guard;
+    learnOwner(waiter);
     const OSWrap::TimeSpec now = OSWrap::Clock::getObsTime();
     const unsigned long waited = seconds(now - waiter.headSince);
     const bool due = now - waiter.lastReport >= kReportStep;
@@ -171,7 +180,9 @@ void DebugPermission<Debugging_t<1>>::unlink(Waiter &waiter) {
     if (tail_ == &waiter) {
         tail_ = before;
     }
-    if (before == nullptr && head_ != nullptr) {
+    if (head_ == nullptr) {
+        word_.fetch_and(~kQueued, std::memory_order_relaxed);
+    } else if (before == nullptr) {
         becomeHead(*head_);
         if (owner() == 0) { // the head was cancelled together with its turn: that passes on
             pthread_cond_signal(&head_->woken);
@@ -227,15 +238,26 @@ void DebugPermission<Debugging_t<1>>::release() RB_NO_ANALYSIS {
     }
     const bool last = mutex_.count() <= 1;
     mutex_.unlock();
-    if (last && Platform::inForkedChild()) {
-        owner_.store(0, std::memory_order_relaxed);
-    } else if (last) {
-        queueLock_.lock();
-        owner_.store(0, std::memory_order_relaxed);
-        ownerTid_ = 0;
-        if (head_ != nullptr) {
-            pthread_cond_signal(&head_->woken);
-        }
-        queueLock_.unlock();
+    if (last) {
+        passOn();
     }
+}
+
+/** Gives the permission to the head of the queue, if there is one. */
+void DebugPermission<Debugging_t<1>>::passOn() RB_NO_ANALYSIS {
+    ownerTid_.store(0, std::memory_order_relaxed);
+    unsigned long self = OSWrap::Thread::getCurrentId();
+    if (word_.compare_exchange_strong(self, 0, std::memory_order_release, std::memory_order_relaxed)) {
+        return;
+    }
+    if (Platform::inForkedChild()) {
+        word_.store(0, std::memory_order_relaxed); // who held the queue's lock lives in the other process
+        return;
+    }
+    queueLock_.lock();
+    word_.store(head_ != nullptr ? kQueued : 0, std::memory_order_release);
+    if (head_ != nullptr) {
+        pthread_cond_signal(&head_->woken);
+    }
+    queueLock_.unlock();
 }

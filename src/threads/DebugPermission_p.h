@@ -32,7 +32,7 @@ public:
     void restoreLevel();
 
     /** Exact for the calling thread's own id, a snapshot for others; 0 when free. */
-    unsigned long owner() const noexcept { return owner_.load(std::memory_order_relaxed); }
+    unsigned long owner() const noexcept { return word_.load(std::memory_order_relaxed) & ~kQueued; }
     unsigned count() const noexcept { return mutex_.count(); }
     /** Threads in the queue. */
     unsigned waiting() const;
@@ -42,18 +42,26 @@ public:
 private:
     struct Waiter;
 
+    // Ids of threads are addresses of objects that are larger, so their lowest bit is free.
+    static constexpr unsigned long kQueued = 1;
+
     void waitForTurn();
+    void takeTurn(Waiter &waiter) RB_REQUIRES(queueLock_);
+    void passOn();
     bool myTurn(const Waiter &waiter) const RB_REQUIRES(queueLock_);
     void becomeHead(Waiter &waiter) RB_REQUIRES(queueLock_);
     void unlink(Waiter &waiter) RB_REQUIRES(queueLock_);
+    void learnOwner(Waiter &waiter) const RB_REQUIRES(queueLock_);
     void reportWait(Waiter &waiter);
     void lockCounted(bool nested);
     static void removeId(void *waiter);
 
-    OSWrap::CountedMutex mutex_;          // never contended: who locks it has become the owner first
-    std::atomic<unsigned long> owner_{0}; // written under the queue's lock
+    OSWrap::CountedMutex mutex_; // never contended: who locks it has become the owner first
+    // The owner, with kQueued while anybody is in the queue. Without that bit the permission is taken and given back by
+    // exchanging the word; with it only under the queue's lock, as are changes of the bit itself.
+    std::atomic<unsigned long> word_{0};
+    std::atomic<int> ownerTid_{0}; // for reports; 0 until the owner has said it
     mutable Platform::NativeLock queueLock_;
-    int ownerTid_ RB_GUARDED_BY(queueLock_) = 0;
     Waiter *head_ RB_GUARDED_BY(queueLock_) = nullptr;
     Waiter *tail_ RB_GUARDED_BY(queueLock_) = nullptr;
     std::atomic<unsigned long> wakeUps_{0};
