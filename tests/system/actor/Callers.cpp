@@ -20,8 +20,13 @@ TipprmiObjectClient clientOf(const std::string &name) {
     return TipprmiObjectClient(TipprmiOID(name, NamespaceId(1)));
 }
 
+TipprmiObjectClient &keptHandle() {
+    static auto &instance = *new TipprmiObjectClient;
+    return instance;
+}
+
 bool callOnce(const std::string &method, const TipprmiObjectClient &client, unsigned number) {
-    if (method == "addone") {
+    if (method == "addone" || method == "kept") {
         return callAddOne(client, number);
     }
     if (method == "echo") {
@@ -51,7 +56,7 @@ public:
 protected:
     int run() override {
         const TreflectHandlerState state(true);
-        const TipprmiObjectClient client = clientOf(name_);
+        const TipprmiObjectClient client = method_ == "kept" ? keptHandle() : clientOf(name_);
         for (unsigned i = 0; i < (once ? 1 : count_); ++i) {
             good += callOnce(method_, client, once ? count_ : i) ? 1 : 0;
         }
@@ -95,11 +100,6 @@ void *callBare(void *argument) {
     const TreflectHandlerState state(true);
     static_cast<void>(callHold(clientOf(name)));
     return argument;
-}
-
-TipprmiObjectClient &keptHandle() {
-    static auto &instance = *new TipprmiObjectClient;
-    return instance;
 }
 
 } // namespace

@@ -6,7 +6,8 @@
 
 /*
  * Threads that make calls while the main thread goes on:
- *   begin METHOD NAME COUNT [THREADS]  as "call"                                      -> "begun"
+ *   begin METHOD NAME COUNT [THREADS]  as "call"; or "kept": `addone` with the handle of "keep"
+ *                                                                                     -> "begun"
  *   join                               waits for all of them                         -> "called GOOD of ALL"
  *   cancel                             cancels one of them and waits for its end     -> "cancelled RETURNED"
  *   cancelbare NAME                    the same with a thread of the system, which first calls `hold`
