@@ -35,12 +35,13 @@ public:
     }
 };
 
-unsigned targetNumber() {
-    static const unsigned number = [] {
+/** In use until the end of the process. */
+const Target &target() {
+    static const Target *const instance = [] {
         TreflectHandlerState state(true);
-        return (new Target)->getInternalOID(); // alive until the end of the process
+        return new Target;
     }();
-    return number;
+    return *instance;
 }
 
 /** The broker has worked off what came before when it has answered this, but for what another worker still does. */
@@ -68,7 +69,7 @@ void awaitIdle(Broker &broker) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     Broker &broker = Broker::instance();
-    const unsigned number = targetNumber();
+    const unsigned number = target().getInternalOID();
     TreflectMessage message(broker.fromPeer(Input(data, size)));
     if (message.kind() == TreflectMessage::kReFai || message.transactionId() == kMarker) {
         return 0;
