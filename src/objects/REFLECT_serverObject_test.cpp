@@ -217,6 +217,19 @@ TEST_F(ServerObjectTest, TheClientLivesUntilTheObjectMoves) {
     EXPECT_NE(kept.getStub(), node.getClient()->getStub());
 }
 
+TEST_F(ServerObjectTest, AClientThatThereWasNoMemoryForIsMadeLater) {
+    const Plain plain(nullptr);
+    const TipprmiObjectSkeleton bare;
+    {
+        const Testing::FailingHeap heap;
+        EXPECT_EQ(nullptr, plain.getClient());
+        EXPECT_EQ(nullptr, bare.getClient());
+    }
+    ASSERT_NE(nullptr, plain.getClient());
+    EXPECT_EQ(&plain, plain.getClient()->getServer());
+    EXPECT_NE(nullptr, bare.getClient());
+}
+
 TEST_F(ServerObjectTest, WithoutMemoryThereIsNoChild) {
     Node root("root");
     const Plain plain(nullptr);

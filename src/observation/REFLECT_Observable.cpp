@@ -5,6 +5,7 @@
 
 #include <exception>
 #include <list>
+#include <utility>
 
 namespace {
 
@@ -18,14 +19,12 @@ TreflectObservable::~TreflectObservable() = default;
 void TreflectObservable::registerObserver(unsigned when, const unsigned &classCode, const unsigned &methodCode,
                                           const TreflectObserverClient &observer) {
     try {
-        // Copying a handle may block; the observers may change meanwhile.
-        Observers added;
-        added.emplace(Key(classCode, methodCode), observer);
+        auto copy = std::make_shared<const TreflectObserverClient>(observer);
         std::unique_ptr<Observers> &observers = when == 0 ? pre_ : post_;
         if (observers == nullptr) {
             observers = std::make_unique<Observers>();
         }
-        observers->insert(added.extract(added.begin()));
+        observers->emplace(Key(classCode, methodCode), std::move(copy));
     } catch (const std::exception &) {
         LogDispatch(3, "no memory for an observer", kSource);
     }
@@ -41,8 +40,8 @@ void TreflectObservable::remove(const std::unique_ptr<Observers> &observers, con
         return;
     }
     for (auto entry = observers->begin(); entry != observers->end();) {
-        if (entry->second == observer) {
-            const auto dropped = observers->extract(entry); // `observer` may be this very one
+        if (*entry->second == observer) {
+            observers->erase(entry);
             entry = observers->begin();
         } else {
             ++entry;
@@ -69,18 +68,18 @@ bool TreflectObservable::notifyObservers(const TreflectObject &source, unsigned 
         return true;
     }
     bool result = true;
-    std::list<TreflectObserverClient> told; // a copy: observers may come and go while they are told
+    std::list<std::shared_ptr<const TreflectObserverClient>> told; // observers may come and go meanwhile
     std::list<const TreflectObserverClient *> unreachable;
     try {
         const auto range = observers->equal_range(Key(classCode, methodCode));
         for (auto entry = range.first; entry != range.second; ++entry) {
             told.push_back(entry->second);
         }
-        for (const TreflectObserverClient &client : told) {
+        for (const auto &client : told) {
             bool delivered = false;
-            const bool accepted = client.notify(source, classCode, methodCode, parameters, delivered);
+            const bool accepted = client->notify(source, classCode, methodCode, parameters, delivered);
             if (!delivered) {
-                unreachable.push_back(&client);
+                unreachable.push_back(client.get());
             } else if (!accepted) {
                 result = false;
             }

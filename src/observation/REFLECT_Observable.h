@@ -36,7 +36,8 @@ public:
 
 private:
     using Key = std::pair<unsigned, unsigned>; // class code, method code
-    using Observers = std::multimap<Key, TreflectObserverClient>;
+    // Shared with the notifications under way: to copy a handle may block, and the observers may change meanwhile.
+    using Observers = std::multimap<Key, std::shared_ptr<const TreflectObserverClient>>;
 
     static bool available(const std::unique_ptr<Observers> &observers, const Key &key);
     static void remove(const std::unique_ptr<Observers> &observers, const TreflectObserverClient &observer);

@@ -47,6 +47,14 @@ void TipprmiObjectSkeleton::dropClient_() const {
     delete std::exchange(client_, nullptr);
 }
 
+void TipprmiObjectSkeleton::client_slot_(TipprmiObjectClient *client) const {
+    if (client != nullptr && client->getStub_() == nullptr) {
+        delete client;
+        client = nullptr;
+    }
+    client_ = client;
+}
+
 void TipprmiObjectSkeleton::connect(TreflectORB *orb, const TipprmiOID &oid) {
     if (orb == nullptr) {
         orb = TreflectORB::getInstance(oid.getNamespaceId());
@@ -68,7 +76,7 @@ void TipprmiObjectSkeleton::connect(TreflectORB *orb, const TipprmiOID &oid) {
 TipprmiObjectClient *TipprmiObjectSkeleton::getClient() const {
     TreflectHandlerState state(true);
     if (client_ == nullptr) {
-        client_ = new (std::nothrow) TipprmiObjectClient(this);
+        client_slot_(new (std::nothrow) TipprmiObjectClient(this));
     }
     return client_;
 }

@@ -42,9 +42,10 @@ public:
 
 protected:
     /** For overrides of getClient() that make a client of their own type; such a class drops in its constructor what
-     *  the constructor of its base may have made. With the run permission. */
+     *  the constructor of its base may have made. With the run permission. A client that there was no memory for is not
+     *  kept. */
     TipprmiObjectClient *client_slot_() const noexcept { return client_; }
-    void client_slot_(TipprmiObjectClient *client) const noexcept { client_ = client; }
+    void client_slot_(TipprmiObjectClient *client) const;
     void dropClient_() const;
     /** For destructors that must not be met by calls half torn down: ends the registration. With the run permission. */
     void unregister_();
