@@ -15,24 +15,37 @@ TreflectAttribute::~TreflectAttribute() {
 
 TreflectErrorAttribute::~TreflectErrorAttribute() = default;
 
-/** One that was registered without getter answers as if it did not exist. */
-bool TreflectAttribute::isError() const noexcept {
-    return error_ || meta_ == nullptr || meta_->metaOperGet() == nullptr;
+/** One that was registered without getter cannot be read. */
+bool TreflectAttribute::isReadable() const noexcept {
+    return !isError() && meta_->metaOperGet() != nullptr;
 }
 
-int TreflectAttribute::constLength() const {
-    return meta_ != nullptr ? meta_->constLength() : 0;
+bool TreflectAttribute::hasElement(unsigned index) const noexcept {
+    const int length = constLength();
+    return length > 0 && index < static_cast<unsigned>(length);
 }
+
+int TreflectAttribute::constLength() const noexcept {
+    return isError() ? 0 : meta_->constLength();
+}
+
+// The error handles are shared by all threads, so they stay as they are.
 
 TreflectAttribute &TreflectAttribute::operator[](int index) noexcept {
-    if (!error_) { // the shared handle stays as it is
+    if (!error_) {
         index_ = index;
     }
     return *this;
 }
 
+void TreflectAttribute::setContainerType(TreflectAttributeType type) noexcept {
+    if (!error_) {
+        containerType_ = type;
+    }
+}
+
 TreflectOperation *TreflectAttribute::operGet() {
-    if (error_) {
+    if (isError()) {
         return &errorOperation;
     }
     if (operGet_ == nullptr) {
@@ -42,7 +55,7 @@ TreflectOperation *TreflectAttribute::operGet() {
 }
 
 TreflectOperation *TreflectAttribute::operSet() {
-    if (error_) {
+    if (isError()) {
         return &errorOperation;
     }
     if (operSet_ == nullptr) {
@@ -61,7 +74,7 @@ void TreflectAttribute::call(TipprmiStream &response) const {
 }
 
 void TreflectAttribute::updateContainedObject() {
-    if (error_ || meta_->typeMeta() == nullptr) {
+    if (isError() || meta_->typeMeta() == nullptr) {
         return;
     }
     if (contained_ == nullptr) {
@@ -75,7 +88,7 @@ void TreflectAttribute::updateContainedObject() {
 }
 
 TreflectAttribute *TreflectAttribute::attribute(const std::string &name) {
-    if (error_) {
+    if (isError()) {
         return this;
     }
     updateContainedObject();
@@ -87,7 +100,7 @@ TreflectAttribute *TreflectAttribute::attribute(const std::string &name) {
 
 TreflectOperation *TreflectAttribute::operation(const std::string &name) {
     updateContainedObject();
-    const TreflectMetaObject *const type = error_ ? nullptr : meta_->typeMeta();
+    const TreflectMetaObject *const type = isError() ? nullptr : meta_->typeMeta();
     const TreflectMetaOperation *const found = type != nullptr ? type->metaOperation(name) : nullptr;
     TreflectOperation *const tied = found != nullptr && contained_ != nullptr ? found->getTied(contained_) : nullptr;
     return tied != nullptr ? tied : &errorOperation;

@@ -33,12 +33,12 @@ public:
     virtual TreflectAttribute *attribute(const std::string &name);
 
     const TreflectMetaAttribute *meta() const noexcept { return meta_; }
-    int constLength() const;
+    int constLength() const noexcept;
     /** Selects an element for the next reads. */
     TreflectAttribute &operator[](int index) noexcept;
-    void clearIndex() noexcept { index_ = -1; }
+    void clearIndex() noexcept { (*this)[-1]; }
     int index() const noexcept { return index_; }
-    void setContainerType(TreflectAttributeType type) noexcept { containerType_ = type; }
+    void setContainerType(TreflectAttributeType type) noexcept;
     TreflectAttributeType containerType() const noexcept { return containerType_; }
     /** Handles of the accessors, the same at each call. That of a missing setter answers like the error handle. */
     TreflectOperation *operGet();
@@ -58,7 +58,9 @@ protected:
         : meta_(meta), object_(object), error_(isError) {}
 
 private:
-    bool isError() const noexcept;
+    bool isError() const noexcept { return error_ || meta_ == nullptr; }
+    bool isReadable() const noexcept;
+    bool hasElement(unsigned index) const noexcept;
     void call(TipprmiStream &response) const;
 
     const TreflectMetaAttribute *const meta_;
@@ -83,7 +85,7 @@ public:
 
 template <class T>
 int TreflectAttribute::get(T &out) const {
-    if (isError()) {
+    if (!isReadable()) {
         return error;
     }
     TipprmiStream response(100);
@@ -104,7 +106,7 @@ int TreflectAttribute::get(T &out) const {
         }
         return 0;
     }
-    if (index >= static_cast<unsigned>(constLength())) {
+    if (!hasElement(index)) {
         return 0;
     }
     for (unsigned i = 0; i < index && !response.hasUnmarshallingFailed(); ++i) {
