@@ -21,11 +21,13 @@
  *   noted                                one-way calls that came         -> "noted N"
  *   counters | dump                      -> "counters ..." lines, "end" | "ok", and lines in the log
  *   counts                               what the library holds          -> "counts ...", see Counts.h
+ *   object ...                           see Objects.h
  *   torment | progress | rest            see Torture.h
  *   enter | forked | segv | exit [STATUS] | exitworker
  */
 #include "Callers.h"
 #include "Counts.h"
+#include "Objects.h"
 #include "Output.h"
 #include "Probe.h"
 #include "Service.h"
@@ -291,6 +293,7 @@ constexpr Command kCommands[] = {
     {"counters", &onCounters},
     {"dump", &onDump},
     {"counts", &onCounts},
+    {"object", &onObject},
     {"torment", &onTorment},
     {"progress", &onProgress},
     {"rest", &onRest},

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <sstream>
+
+/*
+ * Reflective objects, which have the operation "double", and observers:
+ *   object make NAME [PARENT]     a child of the named object, wherever that is  -> "object made"
+ *   object drop NAME                                                            -> "object dropped"
+ *   object abs NAME               its absolute name                              -> "object NAME"
+ *   object parent NAME            that of its parent                             -> "object NAME"
+ *   object children NAME          their absolute names                           -> "object NAME NAME ..."
+ *   object double NAME NUMBER                                                    -> "object RESULT"
+ *   object calls NAME             how often it was doubled, here                 -> "object COUNT"
+ *   object observe NAME WHEN      this actor's observer, of "double"             -> "object 1" or "object 0"
+ *   object forget NAME            the observer again                             -> "object forgotten"
+ *   object observed NAME          whether an object here has observers           -> "object BEFORE AFTER"
+ *   object verdict 0|1            what the observer says from now on             -> "object ok"
+ * An observer that is told makes a line "told NAME", with the absolute name of what it observes.
+ */
+void onObject(std::istringstream &arguments);
