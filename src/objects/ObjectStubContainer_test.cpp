@@ -4,6 +4,7 @@
 #include "rmi/IPPRMI_objectClient.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
 #include "support/BrokerTest.h"
+#include "support/Concurrency.h"
 #include "support/HeapProbe.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
@@ -148,6 +149,23 @@ TEST_F(ContainerTest, LocationsOfABrokerThatIsGoneGetFreshStubsAfterwards) {
         handler.releaseStub(stub);
     }
     EXPECT_EQ(lines, log.lines().size());
+}
+
+TEST_F(ContainerTest, StubsOfABrokerBecomeInvalidWhenItGoes) {
+    const Transport::TerminationId peer(0x0042, 2, 1);
+    link.peerAppears(peer);
+    TreflectObjectStub *const stub = handler.adoptStub(remote(0x10));
+    TreflectObjectStub *const other =
+        handler.adoptStub(Location(0x10, TreflectOrbId(0x00430201), nullptr, name(nullptr)));
+    TreflectReleaseHandlerState released;
+    link.peerVanishes(peer);
+    EXPECT_TRUE(Testing::eventually([stub] {
+        const TreflectHandlerState own(true);
+        return !stub->isValid();
+    }));
+    EXPECT_TRUE(other->isValid());
+    handler.releaseStub(stub);
+    handler.releaseStub(other);
 }
 
 TEST_F(ContainerTest, WithoutMemoryHandlesAreOfNothing) {

@@ -116,6 +116,19 @@ TEST_F(LocationTest, OthersAreAskedOneAfterTheOtherTheLastFirst) {
     }
 }
 
+TEST_F(LocationTest, TheBrokerDoesNotAskItself) {
+    EXPECT_TRUE(isNowhere(orb.locateObject(name("nothing"))));
+    const Testing::ManualPeer peer(link, orb, TerminationId(0x0042, 2, 1));
+    peer.send(peer.message(Message::tPfCnt, Message::kRequ, 1));
+    TipprmiStream answer(TreflectMessage(peer.next()), false);
+    std::string actor;
+    TipprmiSequence<TreflectORB::PerfCnts> counters;
+    answer >> actor >> counters;
+    for (unsigned i = 0; i < counters.getLength(); ++i) {
+        EXPECT_NE(orb.termId(), counters[i].target);
+    }
+}
+
 TEST_F(LocationTest, ASingleBrokerIsAskedForAName) {
     const TerminationId target(0x0042, 2, 1);
     const Testing::ManualPeer peer(link, orb, target);

@@ -121,7 +121,9 @@ SCENARIO(targetGone) {
         request.msg().type(Message::tPayld);
         result = orb.forwardMsg_(kPeer, true, request.msg(), response);
     });
-    peer.next();
+    const std::string described =
+        LogMakeString("    ReflMsg output: tPayld, kRequ.(kRequ.), des=%08X, org=%08X, trAcId=%08X ( 0: )",
+                      kPeer.value(), orb.termId().value(), TreflectMessage(peer.next()).transactionId());
     {
         const TreflectHandlerState state(true); // keeps the membership thread from telling
         link.peerVanishes(kPeer);

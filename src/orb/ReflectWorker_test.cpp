@@ -104,6 +104,29 @@ TEST(ReflectWorkerTest, ThereAreAsManyAsThereIsWorkAndThreeStay) {
     EXPECT_EQ(0, result.exitStatus) << result.output;
 }
 
+/** What comes at once is taken by all that are idle: none of the messages waits until a worker looks by itself. */
+SCENARIO(manyBursts) {
+    FreshBroker fresh;
+    for (unsigned round = 1; round <= 30; ++round) {
+        Doorman doorman;
+        {
+            const TreflectHandlerState state(true); // the first that is woken does not get at its message
+            for (int i = 0; i < 3; ++i) {
+                fresh.peer.send(fresh.peer.call(doorman.getInternalOID(), false, 1, 1));
+            }
+        }
+        SCENARIO_CHECK(eventually([&] { return doorman.inside == 3; }));
+        doorman.gate.open();
+        SCENARIO_CHECK(eventually([&] { return doorman.done == 3; }));
+        SCENARIO_CHECK(eventually([] { return workers().size() <= 3; }));
+    }
+}
+
+TEST(ReflectWorkerTest, ABurstWakesAllThatItNeeds) {
+    const Testing::ProcessResult result = Testing::runScenario("manyBursts", {}, 100);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
 /** While all are at work in methods that wait, the next message gets a worker, whatever their number. */
 SCENARIO(allAtWork) {
     FreshBroker fresh;
