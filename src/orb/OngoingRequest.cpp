@@ -49,11 +49,14 @@ OngoingRequest *OngoingRequest::getThreadInstance() {
 }
 
 OngoingRequest::~OngoingRequest() {
+    Locked lock(*this);
     drop(response_);
 }
 
 void OngoingRequest::drop(TreflectMessage *message) {
-    if (message != disconnected()) {
+    if (message == &delivered_) {
+        delivered_ = TreflectMessage();
+    } else if (message != disconnected()) {
         delete message;
     }
 }
@@ -117,6 +120,16 @@ void OngoingRequest::reset(TreflectMessage *message, unsigned transactionId) {
 void OngoingRequest::reset(TreflectMessage *message, const Transport::TerminationId &target) {
     Locked lock(*this);
     reset(message, target == target_);
+}
+
+void OngoingRequest::deliver(const TreflectMessage &message, unsigned transactionId) {
+    Locked lock(*this);
+    if (transactionId == transactionId_) {
+        drop(response_);
+        delivered_ = message;
+        response_ = &delivered_;
+        signal(); // under the lock, as below
+    }
 }
 
 void OngoingRequest::reset(TreflectMessage *message, bool accept) {

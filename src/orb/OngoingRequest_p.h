@@ -39,17 +39,25 @@ public:
     void reset(TreflectMessage *message, unsigned transactionId);
     void reset(TreflectMessage *message, const Transport::TerminationId &target);
 
+    /** Hands a response over; of another request it is not kept. */
+    void deliver(const TreflectMessage &message, unsigned transactionId);
+
     /** Ends the request. */
     void free();
     Transport::TerminationId toTerminationId();
 
 private:
-    static void drop(TreflectMessage *message);
+    friend class PendingRequests;
+    void drop(TreflectMessage *message) RB_REQUIRES(this);
     void reset(TreflectMessage *message, bool accept) RB_REQUIRES(this);
     bool waitStep() RB_REQUIRES(this);
 
     unsigned transactionId_ RB_GUARDED_BY(this) = 0;
     Transport::TerminationId target_ RB_GUARDED_BY(this);
-    TreflectMessage *response_ RB_GUARDED_BY(this) = nullptr; // owned
+    TreflectMessage *response_ RB_GUARDED_BY(this) = nullptr; // owned, unless it is the next
+    TreflectMessage delivered_ RB_GUARDED_BY(this);
     bool active_ RB_GUARDED_BY(this) = false;
+    // Of the table that it is in; under the lock of that.
+    OngoingRequest *nextPending_ = nullptr;
+    unsigned pendingId_ = 0;
 };

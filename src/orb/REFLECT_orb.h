@@ -21,6 +21,7 @@
 #include <vector>
 
 class OngoingRequest;
+class PendingRequests;
 class TipprmiObjectSkeleton;
 class TreflectObserver;
 class TreflectServerObject;
@@ -254,7 +255,7 @@ private:
 
     mutable OSWrap::Mutex mutex_;
     std::map<unsigned, TipprmiObjectSkeleton *> objects_ RB_GUARDED_BY(mutex_);
-    mutable std::map<unsigned, OngoingRequest *> ongoingRequests_ RB_GUARDED_BY(mutex_);
+    const std::unique_ptr<PendingRequests> ongoingRequests_ RB_PT_GUARDED_BY(mutex_);
     mutable TransactionIds transactionIds_ RB_GUARDED_BY(mutex_);
     mutable bool closing_ RB_GUARDED_BY(mutex_) = false; // no more requests
     mutable std::atomic<unsigned> callers_{0};           // threads inside forwardMsg_

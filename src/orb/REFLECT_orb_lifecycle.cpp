@@ -1,5 +1,6 @@
 #include "orb/Addressing_p.h"
 #include "orb/MessageQueue_p.h"
+#include "orb/PendingRequests_p.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
 #include "orb/WaitDuration_p.h"
@@ -13,7 +14,7 @@
 // The base is built before there is an identifier that a report about the namespace could name.
 TreflectORB::TreflectORB(const NamespaceId &ns)
     : TerminationImpl(Addressing::groupOf(ns, Addressing::Place::own(), 0), ""),
-      queue_(std::make_unique<MessageQueue>()) {
+      ongoingRequests_(std::make_unique<PendingRequests>()), queue_(std::make_unique<MessageQueue>()) {
     waitDuration_ = readWaitDuration(waitDurationPath());
     orbId_ = convertId(termId());
     transactionIds_ = TransactionIds(orbId_);

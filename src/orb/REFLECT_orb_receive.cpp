@@ -1,6 +1,7 @@
 #include "objects/ObjectHandler.h"
 #include "orb/MessageQueue_p.h"
 #include "orb/OngoingRequest_p.h"
+#include "orb/PendingRequests_p.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/ReflectWorker_p.h"
 #include "orb/SingletonInstances_p.h"
@@ -69,11 +70,7 @@ void TreflectORB::receiveResponse(const TreflectMessage &message, bool intact) {
     OngoingRequest *request = nullptr;
     {
         Locked lock(mutex_);
-        const auto found = ongoingRequests_.find(id);
-        if (found != ongoingRequests_.end()) {
-            request = found->second;
-            ongoingRequests_.erase(found);
-        }
+        request = ongoingRequests_->take(id);
     }
     if (request == nullptr) {
         LogDispatch(3,
@@ -83,12 +80,12 @@ void TreflectORB::receiveResponse(const TreflectMessage &message, bool intact) {
         testInfoAboutMessage(termId(), message, true);
         return;
     }
-    auto *copy = intact ? new (std::nothrow) TreflectMessage(message) : nullptr;
-    if (copy == nullptr) { // without anything handed over the thread would wait for ever
+    if (intact) {
+        request->deliver(message, id);
+    } else { // without anything handed over the thread would wait for ever
         LogDispatch(3, LogMakeString("ORB 0x%08X has no memory for the response to %X", termId().value(), id), kSource);
-        copy = OngoingRequest::disconnected();
+        request->reset(OngoingRequest::disconnected(), id);
     }
-    request->reset(copy, id);
 }
 
 void TreflectORB::queueMessage(const TreflectMessage &message) {
@@ -207,12 +204,6 @@ void TreflectORB::disappeare(Transport::Termination &termination) {
 /** One that waits for the target, out of the table; null if there is none left. */
 OngoingRequest *TreflectORB::takePending(Transport::TerminationId target) {
     Locked lock(mutex_);
-    for (auto entry = ongoingRequests_.begin(); entry != ongoingRequests_.end(); ++entry) {
-        if (entry->second->toTerminationId() == target) {
-            OngoingRequest *const request = entry->second;
-            ongoingRequests_.erase(entry);
-            return request;
-        }
-    }
-    return nullptr;
+    return ongoingRequests_->takeFirst(
+        [target](OngoingRequest &request) { return request.toTerminationId() == target; });
 }

@@ -1,5 +1,6 @@
 #include "orb/CallFailure_p.h"
 #include "orb/OngoingRequest_p.h"
+#include "orb/PendingRequests_p.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/Cancellation.h"
 #include "platform/Lock.h"
@@ -65,12 +66,7 @@ public:
 private:
     bool takeBack() {
         Locked lock(orb_.mutex_);
-        const auto found = orb_.ongoingRequests_.find(id_);
-        if (found == orb_.ongoingRequests_.end() || found->second != &own_) {
-            return false;
-        }
-        orb_.ongoingRequests_.erase(found);
-        return true;
+        return orb_.ongoingRequests_->takeBack(id_, own_);
     }
 
     const unsigned &id_;
@@ -160,25 +156,20 @@ TreflectORB::Entry TreflectORB::enter(OngoingRequest &own, TerminationId target,
     const unsigned long receiver = receivingThreadId();
     const bool receiving = receiver == OSWrap::Thread::getCurrentId();
     bool found = false;
-    bool memory = true;
     bool closing = false;
     unsigned last = 0;
     {
         Locked lock(mutex_);
         closing = closing_;
         found = transactionIds_.next(
-            [this](unsigned taken) RB_NO_ANALYSIS { return ongoingRequests_.count(taken) != 0; }, id);
+            [this](unsigned taken) RB_NO_ANALYSIS { return ongoingRequests_->contains(taken); }, id);
         last = transactionIds_.last();
         if (found && !closing) {
             message.transactionId(id);
             // Before it is in the table: there it must not be taken for the thread's request before this one.
             own.setTransactionAndTerminationId(id, target);
             if (twoWay && !receiving) {
-                try {
-                    ongoingRequests_.emplace(id, &own);
-                } catch (const std::exception &) {
-                    memory = false;
-                }
+                ongoingRequests_->add(id, own);
             }
         }
     }
@@ -186,7 +177,7 @@ TreflectORB::Entry TreflectORB::enter(OngoingRequest &own, TerminationId target,
         LogDispatch(3, LogMakeString("ORB could NOT generate unique request id 0x%08X", last), kSource);
         return Entry::exhausted;
     }
-    if (closing || !memory) {
+    if (closing) {
         return Entry::refused;
     }
     if (receiving && !twoWay) {
@@ -247,13 +238,20 @@ bool TreflectORB::waitingTooLongFor(const TerminationId &target, TreflectMessage
 
 /** At the end of the broker: nobody waits any more, and nobody begins to. */
 void TreflectORB::endPendingRequests() {
-    std::map<unsigned, OngoingRequest *> pending;
     {
         Locked lock(mutex_);
         closing_ = true;
-        pending.swap(ongoingRequests_);
     }
-    for (const auto &[id, own] : pending) {
+    for (;;) {
+        OngoingRequest *own = nullptr;
+        unsigned id = 0;
+        {
+            Locked lock(mutex_);
+            own = ongoingRequests_->takeAny(id);
+        }
+        if (own == nullptr) {
+            return;
+        }
         own->reset(OngoingRequest::disconnected(), id);
     }
 }

@@ -136,18 +136,29 @@ TEST_F(RequestTest, AReturnedRequestEndsItsCall) {
     EXPECT_EQ(Message::kRequ, TreflectMessage(request).kind()) << "the sender's own message must not change";
 }
 
-TEST_F(RequestTest, WithoutMemoryForTheResponseTheCallFails) {
-    for (bool returned : {false, true}) {
-        Call call(orb, kPeer);
-        const AddressedMessage request = nextRequest();
-        TreflectMessage response = orb.allocateResponse(TreflectMessage(request), 20);
-        {
-            const Testing::FailingHeap none;
-            EXPECT_TRUE(returned ? orb.receiveError(request) : orb.receive(response.addressed()));
-        }
-        EXPECT_EQ(kFailure, call.answer());
-        EXPECT_EQ(0, call.result);
+TEST_F(RequestTest, AResponseIsHandedOverWithoutMemory) {
+    Call call(orb, kPeer);
+    const AddressedMessage request = nextRequest();
+    const TreflectMessage response = orb.allocateResponse(TreflectMessage(request), 20);
+    {
+        const Testing::HeapProbe heap;
+        const Testing::FailingHeap none;
+        EXPECT_TRUE(orb.receive(response.addressed()));
+        EXPECT_EQ(0U, heap.allocations());
     }
+    EXPECT_NE(kFailure, call.answer());
+    EXPECT_EQ(1, call.result);
+}
+
+TEST_F(RequestTest, WithoutMemoryToMarkAReturnedRequestTheCallFails) {
+    Call call(orb, kPeer);
+    const AddressedMessage request = nextRequest();
+    {
+        const Testing::FailingHeap none;
+        EXPECT_TRUE(orb.receiveError(request));
+    }
+    EXPECT_EQ(kFailure, call.answer());
+    EXPECT_EQ(0, call.result);
 }
 
 TEST_F(RequestTest, ToNobodyFailsAtOnce) {

@@ -129,17 +129,19 @@ void Reactor::after(Time::duration delay, Task task) {
 void Reactor::loop() {
     thread_ = OSWrap::Thread::getCurrentId();
     while (!stopping_) {
-        waitForWork();
+        const bool woken = waitForWork();
         runReady();
         runTimers();
-        runTasks();
+        if (woken) { // a task never comes without that
+            runTasks();
+        }
     }
     items_.clear();
     timers_.clear();
     stopped_ = true;
 }
 
-void Reactor::waitForWork() {
+bool Reactor::waitForWork() {
     items_.erase(std::remove(items_.begin(), items_.end(), nullptr), items_.end());
     polled_.clear();
     polled_.push_back({wakeUp_.get(), POLLIN, 0});
@@ -150,11 +152,13 @@ void Reactor::waitForWork() {
         LogDispatch(3, LogMakeString("Transport: poll failed, errno=%d", errno), "Transport");
         ::usleep(10000);
     }
-    if (polled_[0].revents != 0) {
-        drain(wakeUp_.get());
-        // Cleared before tasks and events() are looked at: what comes after this line wakes again.
-        woken_ = false;
+    if (polled_[0].revents == 0) {
+        return false;
     }
+    drain(wakeUp_.get());
+    // Cleared before tasks and events() are looked at: what comes after this line wakes again.
+    woken_ = false;
+    return true;
 }
 
 void Reactor::runReady() {

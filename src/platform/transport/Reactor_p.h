@@ -58,7 +58,8 @@ public:
 private:
     class Loop;
     void loop();
-    void waitForWork();
+    /** True: somebody called wake(). */
+    bool waitForWork();
     void runReady();
     void runTasks();
     void runTimers();
