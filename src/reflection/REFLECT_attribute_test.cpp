@@ -115,8 +115,11 @@ TEST_F(AttributeTest, AReadIsACallOfTheGetterOfTheClassThatListsIt) {
     EXPECT_EQ(0, scripted.attribute("label")->get(text));
     EXPECT_EQ("value", text);
     EXPECT_EQ(0, scripted.attribute("serial")->get(text));
+    const TreflectMetaAttribute listed("serial", &meta, meta.metaOperation("getserial"), nullptr);
+    EXPECT_EQ(0, listed.getTied(&scripted)->get(text));
     const std::vector<ScriptedObject::Call> expected{{true, Port::CLASS_ID, Port::mcGetlabel, ""},
-                                                     {true, Equipment::CLASS_ID, Equipment::mcGetserial, ""}};
+                                                     {true, Equipment::CLASS_ID, Equipment::mcGetserial, ""},
+                                                     {true, Port::CLASS_ID, Equipment::mcGetserial, ""}};
     EXPECT_EQ(expected, thing.calls);
 }
 
