@@ -2,10 +2,8 @@
 
 #include "objects/ObjectHandler.h"
 #include "orb/MessageQueue_p.h"
-#include "orb/REFLECT_orb.h"
-#if __has_include("orb/PendingRequests_p.h")
 #include "orb/PendingRequests_p.h"
-#endif
+#include "orb/REFLECT_orb.h"
 #include "platform/Lock.h"
 #include "platform/Log.h"
 #include "threads/HandlerState.h"
@@ -42,26 +40,15 @@ template struct Opened<QueueTag, &TreflectORB::queue_>;
 template struct Opened<ContainerTag, &TreflectObjectHandler::stubs_>;
 template struct Opened<StubsTag, &TreflectObjectStubContainer::stubs_>;
 
-template <class Table>
-auto sizeOf(const Table &table) -> decltype(table.size()) {
-    return table.size();
-}
-
-/** A table that keeps no count of its own. */
-template <class Table>
-std::size_t sizeOf(const std::unique_ptr<Table> &table) {
-    std::size_t size = 0;
-    table->takeFirst([&size](const OngoingRequest &) {
-        ++size;
-        return false;
-    });
-    return size;
-}
-
 std::size_t pendingOf(TreflectORB &orb) {
     OSWrap::Mutex &mutex = orb.*member(MutexTag{});
     const OSWrap::Lock<OSWrap::Mutex> lock(mutex);
-    return sizeOf(orb.*member(PendingTag{}));
+    std::size_t count = 0; // the table keeps none
+    (orb.*member(PendingTag{}))->takeFirst([&count](const OngoingRequest &) {
+        ++count;
+        return false;
+    });
+    return count;
 }
 
 std::size_t stubs() {
