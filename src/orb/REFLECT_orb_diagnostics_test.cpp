@@ -20,7 +20,6 @@ using Transport::TerminationId;
 
 constexpr char kSource[] = "REFLECT_orb";
 constexpr TerminationId kPeer(0x0042, 2, 1);
-constexpr TerminationId kOther(0x0043, 2, 1);
 
 class DiagnosticsTest : public Testing::BrokerTest {
 protected:
