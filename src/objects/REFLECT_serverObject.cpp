@@ -3,7 +3,10 @@
 #include "objects/AbstractLevel_p.h"
 #include "objects/BuiltInMethods_p.h"
 #include "observation/REFLECT_ObserverClient.h"
+#include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
 #include "platform/Log.h"
+#include "reflection/REFLECT_metaObject.h"
 #include "threads/HandlerState.h"
 
 #include <exception>
@@ -44,6 +47,7 @@ TreflectServerObject::~TreflectServerObject() {
         parent_.unregisterChild(objectName()); // the object still answers meanwhile
     }
     unregister_();
+    TreflectORB::forget(*this);
     children_.reset();
 }
 
@@ -119,6 +123,35 @@ std::string TreflectServerObject::getAbsName() const {
 
 std::string TreflectServerObject::getRelName() const {
     return name_;
+}
+
+// --- events ---------------------------------------------------------------------------------------------------------
+
+const TreflectMetaObject *TreflectServerObject::eventClass(const TreflectMetaObject *meta) const {
+    const TreflectObject *const client = meta == nullptr ? getClient() : nullptr;
+    if (client != nullptr) {
+        meta = client->meta();
+    }
+    if (meta == nullptr) { // the same line for both events, by design
+        LogDispatch(3, "TreflectServerObject::sendCreationEvent(): no meta object", kSource);
+    }
+    return meta;
+}
+
+void TreflectServerObject::sendCreationEvent(const TreflectMetaObject *meta) const {
+    TreflectHandlerState state(true);
+    meta = eventClass(meta);
+    if (meta != nullptr && SingletonInstances::holds(getORB())) {
+        getORB()->notifyCreation(meta->getClassId(), *this);
+    }
+}
+
+void TreflectServerObject::sendDeletionEvent(const TreflectMetaObject *meta) const {
+    TreflectHandlerState state(true);
+    meta = eventClass(meta);
+    if (meta != nullptr && SingletonInstances::holds(getORB())) {
+        getORB()->notifyDeletion(meta->getClassId(), *this);
+    }
 }
 
 bool TreflectServerObject::notifyObservers(unsigned when, const unsigned &classCode, const unsigned &methodCode,

@@ -44,6 +44,14 @@ public:
     virtual std::string getAbsName() const;
     virtual std::string getRelName() const;
 
+    /**
+     * Tells those that observe the creation, or the deletion, of objects of the class; `meta` null: of the object's own
+     * class. The owner calls the one after the outermost constructor, the other before the outermost destructor. Blocks
+     * until all have been told.
+     */
+    virtual void sendCreationEvent(const TreflectMetaObject *meta) const;
+    virtual void sendDeletionEvent(const TreflectMetaObject *meta) const;
+
     using TreflectObservable::notifyObservers;
     /** Tells the observers of a method, with this object's client as source. `when` 0: before, else after the call.
      *  False if one of them said so. */
@@ -53,6 +61,8 @@ public:
     const char *objectName() const noexcept { return name_.c_str(); }
 
 private:
+    const TreflectMetaObject *eventClass(const TreflectMetaObject *meta) const;
+
     using Children = std::map<std::string, TreflectObject>;
     using Method = void (TreflectServerObject::*)(unsigned cc, unsigned mc, TipprmiStream &request,
                                                   TipprmiStream &response);

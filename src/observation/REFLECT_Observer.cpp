@@ -1,12 +1,15 @@
 #include "observation/REFLECT_Observer.h"
 
+#include "orb/REFLECT_orb.h"
 #include "platform/Log.h"
 #include "threads/HTUtil.h"
 
 TreflectObserver::TreflectObserver(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
     : TreflectObserverSkeleton(oid, parent, name) {}
 
-TreflectObserver::~TreflectObserver() = default;
+TreflectObserver::~TreflectObserver() {
+    TreflectORB::forget(*this);
+}
 
 bool TreflectObserver::notify(const TreflectObject &source, const unsigned &, const unsigned &,
                               const TipprmiSequence<TipprmiAny> &parameters, bool &delivered) {

@@ -23,7 +23,11 @@
 class OngoingRequest;
 class PendingRequests;
 class TipprmiObjectSkeleton;
+class TreflectMissedOrbs;
+class TreflectObject;
 class TreflectObserver;
+class TreflectOrbObserver;
+class TreflectOrbObserverIf;
 class TreflectServerObject;
 
 /**
@@ -147,6 +151,53 @@ public:
     /** Asks one broker; the number of the object there, 0 if it has none. */
     virtual unsigned resolve(const Transport::TerminationId &target, TipprmiOID oid) const;
 
+    /**
+     * Tells that an object of the class was made, or is about to be deleted, here: first the observers of this actor,
+     * then the brokers that want to know, one after the other, each of which has told its observers when this returns.
+     * One that does not answer is told no more. With the run permission, which is given up meanwhile. Always true.
+     */
+    bool notifyCreation(unsigned cc, const TreflectServerObject &object);
+    bool notifyDeletion(unsigned cc, const TreflectServerObject &object);
+    /**
+     * From now on the observer is told of each object of the class that is made, or deleted, in the group; of those
+     * that are there already, too, if asked for, before this returns. The first observer of a class subscribes at all
+     * other brokers, the last to go unsubscribes; that blocks as forwardMsg() does. Observers are told without the run
+     * permission. An observer that is registered twice is told once. Remove it before it is destroyed.
+     */
+    bool observeCreations(const unsigned &cc, TreflectObserver &observer, bool plusExisting);
+    bool observeDeletions(const unsigned &cc, TreflectObserver &observer);
+    /** From both. */
+    void removeObserver(const unsigned &cc, TreflectObserver &observer);
+
+    // Subscriptions at one other broker, or at all if `orb` is null. Those known not to have the class are left out.
+    /** `existing` is filled with the objects that they have; null: they are not asked for them. */
+    void registerForOCN(unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
+    void registerForODN(unsigned cc, const TreflectOrbId *orb);
+    void unregisterFromOCN(unsigned cc);
+    void unregisterFromODN(unsigned cc);
+
+    // What another broker asks for.
+    void addRemoteCreationObserver(const unsigned &cc, const TreflectOrbId &orb,
+                                   TipprmiSequence<TreflectObject, 0U> *existing);
+    void addRemoteDeletionObserver(const unsigned &cc, const TreflectOrbId &orb);
+    void removeRemoteObserver(const unsigned &cc, const TreflectOrbId &orb);
+
+    /** Tells the observers of this actor, each once. */
+    void gotCreation(const unsigned &cc, const TreflectObject &object);
+    void gotDeletion(const unsigned &cc, const TreflectObject &object);
+    /** Subscribes at a broker that has come up. */
+    void orbAppeared(const TreflectOrbId &orb);
+
+    /** Told of brokers that come, or go, by a thread of its own with the run permission; of those that are there, if
+     *  asked for, at once and without it. One that is registered for both is told of both. Not owned. */
+    void registerOrbCreation(TreflectOrbObserverIf *observer, bool notifyExisting);
+    void registerOrbDeletion(TreflectOrbObserverIf *observer);
+    void unregisterOrbNotifications(TreflectOrbObserverIf *observer);
+
+    /** Of what is destroyed and was not deregistered. */
+    static void forget(TreflectObserver &observer);
+    static void forget(const TreflectServerObject &object);
+
     /** Asks the broker for its counters; empty if it does not answer. */
     PerfCntInfo getPerfCnts(const Transport::TerminationId &target);
     /** Of all other brokers of the group, in the group's order. */
@@ -248,6 +299,27 @@ private:
     void dispatchUnknown(TipprmiStream &request, Worker &worker);
     bool respond(const TreflectMessage &request, TipprmiStream &response) const;
 
+    void dispatchNotification(TipprmiStream &request, Worker &worker);
+    void dispatchSubscription(TipprmiStream &request, Worker &worker);
+    void dispatchEndOfSubscription(TipprmiStream &request, Worker &worker);
+    bool isComplete(const TipprmiStream &request) const;
+    void answer(const TreflectMessage &request, TipprmiStream &response) const;
+
+    // Creations and deletions.
+    struct Event;
+    static const Event kCreation;
+    static const Event kDeletion;
+    void notify(const Event &event, unsigned cc, const TreflectServerObject &object);
+    void got(const Event &event, unsigned cc, const TreflectObject &object);
+    bool observe(const Event &event, unsigned cc, TreflectObserver &observer, bool plusExisting);
+    void removeObserver(const Event &event, unsigned cc, TreflectObserver &observer);
+    void subscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
+    void unsubscribe(const Event &event, unsigned cc);
+    void renewSubscriptions(unsigned cc, const TreflectOrbId &orb);
+    bool mayHave(Transport::TerminationId target, unsigned cc) const;
+    void learnClassCodes(Transport::TerminationId target, TipprmiStream &response);
+    std::list<Transport::TerminationId> otherMembers() const;
+
     // Locations.
     TipprmiObjectSkeleton *findObject(unsigned internalOid) const;
     TreflectObjectLocation locateLocalObject_(const TipprmiOID &oid) const;
@@ -267,6 +339,10 @@ private:
     TreflectOrbId orbId_;                                    // constant after construction, as waitDuration_
     mutable std::map<Transport::TerminationId, InternalPerfCnts> counters_; // with the run permission
     unsigned waitDuration_ = 0;
+    std::map<Transport::TerminationId, std::vector<unsigned>> classCodes_; // with the run permission
+    const std::unique_ptr<TreflectMissedOrbs> missedCreations_;
+    const std::unique_ptr<TreflectMissedOrbs> missedDeletions_;
+    const std::unique_ptr<TreflectOrbObserver> orbObserver_; // the first to go: its thread uses the broker
 };
 
 /** Target (in the order of the host), requests, failures. */

@@ -27,10 +27,17 @@ struct TreflectORB::Worker {
 };
 
 const TreflectORB::Dispatch TreflectORB::kDispatch[] = {
-    &TreflectORB::dispatchUnknown, &TreflectORB::dispatchResolve,  &TreflectORB::dispatchCall,
-    &TreflectORB::dispatchUnknown, &TreflectORB::dispatchUnknown,  &TreflectORB::dispatchUnknown,
-    &TreflectORB::dispatchUnknown, &TreflectORB::dispatchUnknown,  &TreflectORB::dispatchUnknown,
-    &TreflectORB::dispatchUnknown, &TreflectORB::dispatchCounters,
+    &TreflectORB::dispatchUnknown,           // tUndef
+    &TreflectORB::dispatchResolve,           // tRslve
+    &TreflectORB::dispatchCall,              // tPayld
+    &TreflectORB::dispatchNotification,      // tOCN
+    &TreflectORB::dispatchNotification,      // tODN
+    &TreflectORB::dispatchSubscription,      // tOCNSU
+    &TreflectORB::dispatchSubscription,      // tODNSU
+    &TreflectORB::dispatchEndOfSubscription, // tOCNUN
+    &TreflectORB::dispatchEndOfSubscription, // tODNUN
+    &TreflectORB::dispatchUnknown,           // tOrbAp: nobody sends it
+    &TreflectORB::dispatchCounters,          // tPfCnt
 };
 
 void TreflectORB::dispatchEntry() {

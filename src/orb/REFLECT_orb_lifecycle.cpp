@@ -1,5 +1,7 @@
+#include "observation/REFLECT_OrbObserver.h"
 #include "orb/Addressing_p.h"
 #include "orb/MessageQueue_p.h"
+#include "orb/MissedOrbs_p.h"
 #include "orb/PendingRequests_p.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
@@ -14,7 +16,10 @@
 // The base is built before there is an identifier that a report about the namespace could name.
 TreflectORB::TreflectORB(const NamespaceId &ns)
     : TerminationImpl(Addressing::groupOf(ns, Addressing::Place::own(), 0), ""),
-      ongoingRequests_(std::make_unique<PendingRequests>()), queue_(std::make_unique<MessageQueue>()) {
+      ongoingRequests_(std::make_unique<PendingRequests>()), queue_(std::make_unique<MessageQueue>()),
+      missedCreations_(std::make_unique<TreflectMissedOrbs>(true)),
+      missedDeletions_(std::make_unique<TreflectMissedOrbs>(false)),
+      orbObserver_(std::make_unique<TreflectOrbObserver>()) {
     waitDuration_ = readWaitDuration(waitDurationPath());
     orbId_ = convertId(termId());
     transactionIds_ = TransactionIds(orbId_);

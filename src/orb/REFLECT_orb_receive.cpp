@@ -1,4 +1,5 @@
 #include "objects/ObjectHandler.h"
+#include "observation/REFLECT_OrbObserver.h"
 #include "orb/MessageQueue_p.h"
 #include "orb/OngoingRequest_p.h"
 #include "orb/PendingRequests_p.h"
@@ -166,10 +167,10 @@ void TreflectORB::closeQueue() {
     queue_->broadcast();
 }
 
-/** Whether all threads have left: workers, and those that made requests. */
+/** Whether all threads have left: workers, those that made requests, and the one that tells of brokers. */
 bool TreflectORB::isLeft() const {
     QueueLocked lock(*queue_);
-    return queue_->workers == 0 && callers_ == 0;
+    return queue_->workers == 0 && callers_ == 0 && orbObserver_->isIdle();
 }
 
 void TreflectORB::resetUnit() const {
@@ -179,10 +180,17 @@ void TreflectORB::resetUnit() const {
     std::abort();
 }
 
+/** On the membership thread, which may block: who comes up may have to be asked for its objects. */
 void TreflectORB::appeared(Transport::Termination &termination) {
     SingletonInstances::Inside inside;
-    LogDispatch(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", termId().value(), termination.termId().value()),
-                kSource);
+    const Transport::TerminationId who = termination.termId();
+    LogDispatch(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", termId().value(), who.value()), kSource);
+    const TreflectOrbId id = convertId(who);
+    if (id.namespaceId() == orbId().namespaceId() && id != orbId()) {
+        orbAppeared(id);
+    }
+    TreflectReleaseHandlerState released;
+    orbObserver_->notify(who, TreflectOrbObserverIf::appear);
 }
 
 /** Ends the calls that wait for what is gone. */
@@ -195,7 +203,10 @@ void TreflectORB::disappeare(Transport::Termination &termination) {
         if (TreflectObjectHandler *handler = TreflectObjectHandler::getExisting()) {
             handler->invalidateStubs(convertId(gone));
         }
+        classCodes_.erase(gone);
     }
+    TreflectReleaseHandlerState released;
+    orbObserver_->notify(gone, TreflectOrbObserverIf::disappear);
     while (OngoingRequest *request = takePending(gone)) {
         request->reset(OngoingRequest::disconnected(), gone);
     }

@@ -1,5 +1,6 @@
 #include "orb/SingletonInstances_p.h"
 
+#include "observation/REFLECT_OrbObserver.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/Cancellation.h"
 #include "platform/Environment_p.h"
@@ -171,6 +172,7 @@ bool SingletonInstancesRemover::removeOne(SingletonInstances::Slot &slot) {
     // Who waits for an answer, or for work, is told first: such a thread may be what stop() waits for.
     orb->endPendingRequests();
     orb->closeQueue();
+    orb->orbObserver_->close();
     orb->stop();
     slot.orb.store(nullptr);
     if (SingletonInstances::Inside::thisThread() || !drained(slot, *orb)) {

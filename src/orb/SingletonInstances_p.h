@@ -22,6 +22,18 @@ public:
     /** Whether this is one of the brokers, which it is no more once it was removed. */
     static bool holds(const TreflectORB *orb) noexcept;
 
+    /** Calls `act(orb)` for each broker that there is; none of them is destroyed meanwhile. `act` must not wait. */
+    template <class Act>
+    static void forEach(const Act &act) {
+        for (Slot &slot : slots_) {
+            slot.pins.fetch_add(1);
+            if (TreflectORB *orb = slot.orb.load()) {
+                act(*orb);
+            }
+            slot.pins.fetch_sub(1);
+        }
+    }
+
     /**
      * Keeps a broker from being destroyed during the scope, so that a thread which happens to use it while another one
      * ends the process does not use freed memory. Makes the broker if need be. Cheap, but not for scopes that wait:

@@ -1,5 +1,6 @@
 #include "reflection/REFLECT_metaObject.h"
 
+#include "orb/REFLECT_orb.h"
 #include "platform/Log.h"
 #include "reflection/REFLECT_InterfaceRepository.h"
 
@@ -143,6 +144,23 @@ bool TreflectMetaObject::isA(const TreflectMetaObject *other) const {
         }
     }
     return false;
+}
+
+bool TreflectMetaObject::observeCreations(TreflectObserver *observer, bool plusExisting) {
+    TreflectORB *const orb = observer != nullptr ? TreflectORB::getInstance(NamespaceId(1)) : nullptr;
+    return orb != nullptr && orb->observeCreations(classId_, *observer, plusExisting);
+}
+
+bool TreflectMetaObject::observeDeletions(TreflectObserver *observer) {
+    TreflectORB *const orb = observer != nullptr ? TreflectORB::getInstance(NamespaceId(1)) : nullptr;
+    return orb != nullptr && orb->observeDeletions(classId_, *observer);
+}
+
+void TreflectMetaObject::removeObserver(TreflectObserver *observer) {
+    TreflectORB *const orb = observer != nullptr ? TreflectORB::getInstance(NamespaceId(1)) : nullptr;
+    if (orb != nullptr) {
+        orb->removeObserver(classId_, *observer);
+    }
 }
 
 void TreflectMetaObject::completeMetaInformationHelper(const MetaOpData *operations, unsigned operationCount,

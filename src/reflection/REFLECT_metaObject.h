@@ -59,6 +59,11 @@ public:
     /** Whether the class is the other one or descends from it. */
     bool isA(const TreflectMetaObject *other) const;
 
+    /** See TreflectORB::observeCreations(), of the broker of namespace 1. False for null. */
+    bool observeCreations(TreflectObserver *observer, bool plusExisting);
+    bool observeDeletions(TreflectObserver *observer);
+    void removeObserver(TreflectObserver *observer);
+
     const std::set<TreflectMetaObject *> &parents() const noexcept { return parents_; }
     const std::set<TreflectMetaObject *> &children() const noexcept { return children_; }
 

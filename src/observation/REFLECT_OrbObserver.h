@@ -1,0 +1,85 @@
+#pragma once
+
+#include "platform/ConditionVar.h"
+#include "platform/Export.h"
+#include "platform/Mutex.h"
+#include "platform/TerminationId.h"
+#include "platform/Thread.h"
+#include "platform/ThreadAnnotations.h"
+
+#include <atomic>
+#include <list>
+
+/** Is told when brokers come up and go away; applications implement it. */
+class REFLECTORB_API TreflectOrbObserverIf {
+public:
+    /** 1: appears; 2: disappears; 3, to subscribe with: both. */
+    using Appear_t = unsigned;
+    static constexpr Appear_t appear = 1;
+    static constexpr Appear_t disappear = 2;
+
+    virtual ~TreflectOrbObserverIf();
+    /** With the run permission, except for the brokers that are there already, of which registerOrbCreation() tells
+     *  without it. */
+    virtual void orbAppearance(const Transport::TerminationId &id, const Appear_t &type) = 0;
+};
+
+/**
+ * Keeps the order of what a broker sees come and go, and tells it to those that subscribed, in a thread of its own:
+ * what they do with it does not hold up the broker. No operation may be called with the run permission; who has it
+ * gives it up first.
+ */
+class REFLECTORB_API TreflectOrbObserver {
+public:
+    using Appear_t = TreflectOrbObserverIf::Appear_t;
+    struct OrbObserver_t {
+        TreflectOrbObserverIf *observer; // not owned
+        Appear_t mask;
+    };
+    struct OrbAppear_t {
+        Transport::TerminationId id = Transport::TerminationId();
+        Appear_t type = 0;
+    };
+    using Observers = std::list<OrbObserver_t>;
+
+    TreflectOrbObserver();
+    /** Ends the thread, wherever it waits. */
+    ~TreflectOrbObserver();
+    TreflectOrbObserver(const TreflectOrbObserver &) = delete;
+    TreflectOrbObserver &operator=(const TreflectOrbObserver &) = delete;
+
+    /** Adds to what the observer has subscribed to before. `notifyExisting`, for appearances only: it is told of all
+     *  terminations that are there, before this returns. False for null. */
+    bool subscribe(TreflectOrbObserverIf *observer, const Appear_t &mask, bool notifyExisting);
+    /** It may still be told of the event that is being told right now. */
+    bool unsubscribe(const TreflectOrbObserverIf *observer);
+    /** An event has come. */
+    bool notify(const Transport::TerminationId &id, const Appear_t &type);
+    /** The subscriptions, in the log. */
+    void display();
+    static const char *typeStr(const Appear_t &type) noexcept;
+
+    /** The process is about to exit: nobody is told any more. */
+    void close() noexcept { closed_ = true; }
+    /** Whether no observer is being told by the thread. */
+    bool isIdle() const noexcept { return !telling_; }
+
+    /** Waits until there is an event. */
+    bool appeared();
+    /** Takes the oldest event; false if there is none. */
+    bool getAppearance(OrbAppear_t &out);
+
+private:
+    Observers::iterator obsFind(const TreflectOrbObserverIf *observer) RB_REQUIRES(observerLock_);
+    static void notifyExistingOrbs(TreflectOrbObserverIf *observer);
+    int handler();
+    void deliver(const OrbAppear_t &event);
+
+    Observers observers_ RB_GUARDED_BY(observerLock_);
+    OSWrap::Mutex observerLock_;
+    std::list<OrbAppear_t> events_ RB_GUARDED_BY(signal_);
+    OSWrap::ConditionVar signal_{false};
+    std::atomic<bool> closed_{false};
+    std::atomic<bool> telling_{false};
+    OSWrap::MethodThread<TreflectOrbObserver> worker_;
+};

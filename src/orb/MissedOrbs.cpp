@@ -1,0 +1,61 @@
+#include "orb/MissedOrbs_p.h"
+
+#include "objects/REFLECT_object.h"
+#include "orb/REFLECT_orb.h"
+#include "orb/TellObserver_p.h"
+#include "platform/Lock.h"
+#include "threads/HandlerState.h"
+
+namespace {
+
+using Locked = OSWrap::Lock<OSWrap::Mutex>;
+
+} // namespace
+
+void TreflectMissedOrbs::start(const std::list<Transport::TerminationId> &members) {
+    std::set<TreflectOrbId> expected;
+    if (const TreflectORB *orb = TreflectORB::getInstance(NamespaceId(1))) {
+        for (const Transport::TerminationId &member : members) {
+            expected.insert(orb->convertId(member));
+        }
+    }
+    Locked lock(lock_);
+    missed_.clear();
+    expected_.swap(expected);
+}
+
+void TreflectMissedOrbs::add(const TreflectOrbId &orb) {
+    Locked lock(lock_);
+    if (expected_.count(orb) == 0) {
+        missed_.push_back(orb);
+    }
+}
+
+bool TreflectMissedOrbs::empty() const {
+    Locked lock(lock_);
+    return missed_.empty();
+}
+
+void TreflectMissedOrbs::notify(unsigned cc, TreflectObserver &observer, bool plusExisting) const {
+    std::vector<TreflectOrbId> missed;
+    {
+        Locked lock(lock_);
+        missed = missed_;
+    }
+    TreflectHandlerState state(true);
+    TreflectORB *const own = TreflectORB::getInstance(NamespaceId(1));
+    for (const TreflectOrbId &orb : missed) {
+        if (own == nullptr) {
+            return;
+        }
+        if (!creations_) {
+            own->registerForODN(cc, &orb);
+            continue;
+        }
+        std::vector<TreflectObject> existing;
+        own->registerForOCN(cc, plusExisting ? &existing : nullptr, &orb);
+        for (const TreflectObject &object : existing) {
+            tellObserver(observer, object);
+        }
+    }
+}
