@@ -194,14 +194,19 @@ TEST_F(RemoteParentTest, WhoseAnswerIsCutHasNoChildren) {
     EXPECT_TRUE(link.takeIssued().empty());
 }
 
-TEST_F(RemoteParentTest, WithMoreChildrenThanTheAnswerHoldsHasNone) {
+TEST_F(RemoteParentTest, WithMoreChildrenOrClassesThanTheAnswerHoldsHasNone) {
     Testing::TestThread thread([&] {
         TreflectHandlerState state(true);
-        EXPECT_EQ(0U, at(kParent).getChilds().getLength());
+        const TreflectObject parent = at(kParent);
+        EXPECT_EQ(0U, parent.getChilds().getLength());
+        EXPECT_EQ(nullptr, parent.meta());
     });
-    peer.respond(peer.next(), [](TipprmiStream &response) { response << TipprmiExceptionContainer() << 0xFFFFFFFFU; });
+    const auto tooMany = [](TipprmiStream &response) { response << TipprmiExceptionContainer() << 0xFFFFFFFFU; };
+    peer.respond(peer.next(), tooMany);
+    peer.respond(peer.next(), tooMany);
     thread.join();
     EXPECT_EQ(1U, log.with("Unmarshall error on cc=0x0, mc=1105").size());
+    EXPECT_EQ(1U, log.with("Unmarshall error on cc=0x0, mc=1108").size());
 }
 
 } // namespace

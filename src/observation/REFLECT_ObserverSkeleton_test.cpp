@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,8 @@ TipprmiOID name(const char *text) {
 
 class Watcher : public TreflectObserver {
 public:
-    explicit Watcher(const char *text) : TreflectObserver(::name(text), nullptr, "watcher") {}
+    explicit Watcher(const char *text, const TreflectObject *parent = nullptr)
+        : TreflectObserver(::name(text), parent, "watcher") {}
     bool detected() override {
         ++times;
         return reaction();
@@ -281,6 +283,64 @@ TEST_F(ObserverSkeletonTest, OfAPeerThatIsGoneIsDropped) {
         EXPECT_TRUE(object.notifyObservers(0, kClass, kDouble, twoParameters()));
         return !object.preObserverAvailable(kClass, kDouble);
     }));
+}
+
+/** While its parent in another actor is told of it, an observer can be reached, but is not one yet, or no more. */
+TEST_F(ObserverSkeletonTest, ThatIsNotCompleteIsNotTold) {
+    Location child(name(nullptr));
+    const auto registerChild = [&] {
+        EXPECT_EQ(kHead, ask(object.getInternalOID(), 0, 1000,
+                             [&](TipprmiStream &body) { body << 0U << kClass << kDouble << child; }));
+        EXPECT_TRUE(object.preObserverAvailable(kClass, kDouble));
+    };
+    const auto call = [&] {
+        EXPECT_EQ(std::string(kHead) + " 00 00 00 2A",
+                  ask(object.getInternalOID(), kClass, kDouble, [](TipprmiStream &body) { body << 21U; }));
+    };
+    const auto confirm = [&](const AddressedMessage &message) {
+        peer.respond(message, [](TipprmiStream &response) { response << TipprmiExceptionContainer(); });
+    };
+    std::unique_ptr<Watcher> late;
+    {
+        Testing::TestThread maker([&] {
+            TreflectHandlerState held(true);
+            TreflectObject parent;
+            TipprmiStream stream(100);
+            stream << Location(0x77, TreflectOrbId(kPeer.value()), nullptr, name(nullptr));
+            stream >> parent;
+            late = std::make_unique<Watcher>("late", &parent);
+        });
+        const AddressedMessage message = peer.next();
+        TipprmiStream arguments(TreflectMessage(message), false);
+        unsigned head = 0;
+        std::string text;
+        arguments >> head >> head >> head >> head >> text >> child;
+        EXPECT_EQ("watcher", text);
+        registerChild();
+        call();
+        EXPECT_FALSE(object.preObserverAvailable(kClass, kDouble));
+        EXPECT_EQ(
+            "00 00 00 01 00 00 00 04 00 00 00 00",
+            ask(child.getInternalOID(), kObserverClass, 0, [&](TipprmiStream &body) { writeNotification(body, own); }));
+        confirm(message);
+    }
+    ASSERT_NE(nullptr, late);
+    EXPECT_EQ(0, late->times);
+    registerChild();
+    call();
+    EXPECT_EQ(1, late->times);
+    EXPECT_TRUE(object.preObserverAvailable(kClass, kDouble));
+    {
+        Testing::TestThread breaker([&] {
+            TreflectHandlerState held(true);
+            late.reset();
+        });
+        const AddressedMessage message = peer.next();
+        call();
+        EXPECT_FALSE(object.preObserverAvailable(kClass, kDouble));
+        confirm(message);
+    }
+    EXPECT_EQ(3, object.calls);
 }
 
 // --- calls that are observed
