@@ -281,6 +281,7 @@ TEST_F(HandleTest, WithoutObjectNothingIsKnownAndNobodyIsAsked) {
 TEST_F(HandleTest, WithoutMemoryForAStubThereIsNoObject) {
     Thing lamp("lamp", kLamp);
     std::unique_ptr<TreflectObject> object;
+    delete new TreflectObject; // there is a cell for the handle
     {
         const Testing::FailingHeap heap;
         object.reset(new TreflectObject(&lamp));
