@@ -1,0 +1,239 @@
+#include "observation/REFLECT_OrbObserver.h"
+
+#include "objects/ObjectHandler.h"
+#include "orb/REFLECT_orb.h"
+#include "support/BrokerTest.h"
+#include "support/Concurrency.h"
+#include "support/Scenario.h"
+#include "threads/HandlerState.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+
+namespace {
+
+using Transport::TerminationId;
+
+constexpr char kSource[] = "REFLECT_OrbObserver";
+constexpr TerminationId kPeer(0x0042, 2, 1);
+constexpr TerminationId kForeign(0x0050, 3, 2);
+
+class Watcher : public TreflectOrbObserverIf {
+public:
+    void orbAppearance(const TerminationId &id, const Appear_t &type) override {
+        permission = TreflectORB::hasRunPermission();
+        reaction(type);
+        const std::lock_guard<std::mutex> lock(lock_);
+        told_ += LogMakeString("%s%X:%u", told_.empty() ? "" : " ", id.nameId(), type);
+    }
+    std::string told() {
+        const std::lock_guard<std::mutex> lock(lock_);
+        return told_;
+    }
+    bool willBeTold(const std::string &all) {
+        return Testing::eventually([&] { return told() == all; });
+    }
+    std::atomic<bool> permission{false};
+    std::function<void(Appear_t)> reaction = [](Appear_t) {};
+
+private:
+    std::mutex lock_;
+    std::string told_;
+};
+
+class OrbObserverTest : public Testing::BrokerTest {
+protected:
+    /** A subscriber of a test's own shows when all events before have been told: it is the last in the list. */
+    TreflectOrbObserver observer;
+};
+
+TEST_F(OrbObserverTest, MasksAddUpAndSelect) {
+    Watcher both;
+    Watcher appearances;
+    Watcher disappearances;
+    Watcher last;
+    EXPECT_TRUE(observer.subscribe(&both, 1, false));
+    EXPECT_TRUE(observer.subscribe(&both, 2, false));
+    EXPECT_TRUE(observer.subscribe(&appearances, 1, false));
+    EXPECT_TRUE(observer.subscribe(&disappearances, 2, false));
+    EXPECT_TRUE(observer.subscribe(&last, 3, false));
+    EXPECT_FALSE(observer.subscribe(nullptr, 1, true));
+    observer.notify(kPeer, 1);
+    observer.notify(kPeer, 2);
+    EXPECT_TRUE(last.willBeTold("42:1 42:2"));
+    EXPECT_EQ("42:1 42:2", both.told());
+    EXPECT_EQ("42:1", appearances.told());
+    EXPECT_EQ("42:2", disappearances.told());
+    EXPECT_TRUE(both.permission);
+}
+
+TEST_F(OrbObserverTest, WhoLeavesInACallbackStillGetsTheCurrentEvent) {
+    Watcher first;
+    Watcher second;
+    Watcher last;
+    observer.subscribe(&first, 1, false);
+    observer.subscribe(&second, 1, false);
+    observer.subscribe(&last, 1, false);
+    first.reaction = [&](TreflectOrbObserverIf::Appear_t) { EXPECT_TRUE(observer.unsubscribe(&second)); };
+    observer.notify(kPeer, 1);
+    observer.notify(kForeign, 1);
+    EXPECT_TRUE(last.willBeTold("42:1 50:1"));
+    EXPECT_EQ("42:1", second.told());
+    EXPECT_TRUE(observer.unsubscribe(&second)) << "also who is not there";
+}
+
+TEST_F(OrbObserverTest, TheSubscriptionsAreShown) {
+    Watcher one;
+    Watcher two;
+    Watcher three;
+    observer.subscribe(&one, 1, false);
+    observer.subscribe(&two, 2, false);
+    observer.subscribe(&three, 3, false);
+    log.clear();
+    observer.display();
+    const std::vector<Testing::LogLine> lines = log.lines();
+    ASSERT_EQ(4U, lines.size());
+    EXPECT_EQ(LogMakeString("ORB (termId=0x%X) has 3 observer registered:", orb.termId().value()), lines[0].text);
+    EXPECT_EQ(LogMakeString("   Observer 0x%p registered for Appear", static_cast<void *>(&one)), lines[1].text);
+    EXPECT_EQ(LogMakeString("   Observer 0x%p registered for Disappear", static_cast<void *>(&two)), lines[2].text);
+    EXPECT_EQ(LogMakeString("   Observer 0x%p registered for All", static_cast<void *>(&three)), lines[3].text);
+    for (const Testing::LogLine &line : lines) {
+        EXPECT_EQ(5, line.level);
+        EXPECT_EQ(kSource, line.source);
+    }
+    EXPECT_STREQ("ERROR", TreflectOrbObserver::typeStr(0));
+    EXPECT_STREQ("ERROR", TreflectOrbObserver::typeStr(4));
+}
+
+TEST_F(OrbObserverTest, ItEndsWhileItWaits) {
+    { TreflectOrbObserver idle; }
+    SUCCEED() << "a thread that could not be ended would be joined for ever";
+}
+
+/** Its thread waits for the run permission, which this one gives back only when the other has been told to end. */
+TEST_F(OrbObserverTest, ItEndsWhileItWaitsForThePermission) {
+    Watcher watcher;
+    Testing::Gate held;
+    Testing::Gate go;
+    Testing::TestThread holder([&] {
+        const TreflectHandlerState state(true);
+        held.open();
+        EXPECT_TRUE(Testing::eventually([] { return TreflectORB::handlerThreads()->waitingForPermission() == 1; }));
+        go.open();
+    });
+    ASSERT_TRUE(held.pass());
+    {
+        TreflectOrbObserver other;
+        other.subscribe(&watcher, 1, false);
+        other.notify(kPeer, 1);
+        ASSERT_TRUE(go.pass());
+    }
+    holder.join();
+    SUCCEED();
+}
+
+TEST_F(OrbObserverTest, WhoAsksIsToldOfThoseThatAreThereAtOnceAndWithoutThePermission) {
+    link.peerAppears(kPeer);
+    link.peerAppears(kForeign);
+    Watcher watcher;
+    Watcher later;
+    {
+        const TreflectHandlerState state(true);
+        std::size_t calls = 0;
+        bool permitted = true;
+        watcher.reaction = [&](TreflectOrbObserverIf::Appear_t) {
+            ++calls;
+            permitted = TreflectORB::hasRunPermission();
+        };
+        orb.registerOrbCreation(&watcher, true);
+        EXPECT_EQ(3U, calls) << "this broker is there, too";
+        EXPECT_FALSE(permitted);
+        EXPECT_TRUE(TreflectORB::hasRunPermission());
+        orb.registerOrbDeletion(&later);
+        EXPECT_EQ("", later.told());
+        watcher.reaction = [](TreflectOrbObserverIf::Appear_t) {};
+    }
+    link.peerVanishes(kPeer);
+    EXPECT_TRUE(later.willBeTold("42:2"));
+    orb.unregisterOrbNotifications(&later);
+    orb.unregisterOrbNotifications(&watcher);
+}
+
+TEST_F(OrbObserverTest, TheBrokerTellsOfAllWhateverTheirNamespace) {
+    Watcher watcher;
+    orb.registerOrbCreation(&watcher, false);
+    orb.registerOrbDeletion(&watcher);
+    ASSERT_TRUE(Testing::eventually([&] { return log.with("appear").size() >= 1; }));
+    link.peerAppears(kPeer);
+    link.peerAppears(kForeign);
+    link.peerVanishes(kForeign);
+    ASSERT_TRUE(Testing::eventually([&] { return watcher.told().find("42:1 50:1 50:2") != std::string::npos; }))
+        << watcher.told();
+    EXPECT_TRUE(watcher.permission);
+    orb.unregisterOrbNotifications(&watcher);
+}
+
+/** Stubs first, then the observers: who is told of the end meets no stub that still looks good. */
+TEST_F(OrbObserverTest, StubsAreInvalidWhenTheEndIsTold) {
+    link.peerAppears(kPeer);
+    TreflectObjectStub *stub = nullptr;
+    {
+        const TreflectHandlerState state(true);
+        stub = TreflectObjectHandler::getInstance()->adoptStub(TreflectORB::TreflectObjectLocation(
+            0x30, orb.convertId(kPeer), nullptr, TipprmiOID(nullptr, NamespaceId(1))));
+    }
+    Watcher watcher;
+    std::atomic<bool> valid{true};
+    watcher.reaction = [&](TreflectOrbObserverIf::Appear_t) { valid = stub->isValid(); };
+    orb.registerOrbDeletion(&watcher);
+    link.peerVanishes(kPeer);
+    EXPECT_TRUE(watcher.willBeTold("42:2"));
+    EXPECT_FALSE(valid);
+    orb.unregisterOrbNotifications(&watcher);
+    const TreflectHandlerState state(true);
+    TreflectObjectHandler::getInstance()->releaseStub(stub);
+}
+
+class Exiting : public TreflectOrbObserverIf {
+public:
+    void orbAppearance(const TerminationId &, const Appear_t &) override { std::exit(5); }
+};
+
+/** An observer may end the process. */
+SCENARIO(exitInOrbAppearance) {
+    Transport::FakeLink &link = Transport::FakeLink::install();
+    static Exiting exiting;
+    TreflectORB::getInstance(1)->registerOrbCreation(&exiting, false);
+    link.peerAppears(kPeer);
+    Testing::Gate never;
+    never.pass();
+}
+
+/** One that is stuck does not keep the process from ending. */
+SCENARIO(exitBesidesAStuckOrbAppearance) {
+    Transport::FakeLink &link = Transport::FakeLink::install();
+    static Watcher stuck;
+    static Testing::Gate inside;
+    static Testing::Gate never;
+    stuck.reaction = [](TreflectOrbObserverIf::Appear_t) {
+        inside.open();
+        TreflectReleaseHandlerState released;
+        never.pass();
+    };
+    TreflectORB::getInstance(1)->registerOrbCreation(&stuck, false);
+    link.peerAppears(kPeer);
+    inside.pass();
+    std::exit(6);
+}
+
+TEST(OrbObserverExit, ACallbackMayEndTheProcess) {
+    EXPECT_EQ(5, Testing::runScenario("exitInOrbAppearance").exitStatus);
+}
+
+TEST(OrbObserverExit, AStuckCallbackDoesNotHoldTheProcess) {
+    EXPECT_EQ(6, Testing::runScenario("exitBesidesAStuckOrbAppearance").exitStatus);
+}
+
+} // namespace
