@@ -1,9 +1,11 @@
 #include "reflection/REFLECT_metaObject.h"
 
+#include "platform/transport/testing/FakeLink.h"
 #include "reflection/REFLECT_InterfaceRepository.h"
 #include "support/HeapProbe.h"
 #include "support/LogCapture.h"
 #include "support/ReflectiveClasses.h"
+#include "support/Scenario.h"
 
 #include <gtest/gtest.h>
 
@@ -285,6 +287,24 @@ TEST(MetaObject, IsItselfAndWhatItsParentsAre) {
     EXPECT_FALSE(left.isA(&right));
     EXPECT_FALSE(right.isA(&top));
     EXPECT_FALSE(bottom.isA(nullptr));
+}
+
+// --- observers of the class -----------------------------------------------------------------------------------------
+
+SCENARIO(classWithoutObserver) {
+    Transport::FakeLink &link = Transport::FakeLink::install();
+    TestMeta meta("Rack");
+    for (bool plusExisting : {false, true}) {
+        SCENARIO_CHECK(!meta.observeCreations(nullptr, plusExisting));
+    }
+    SCENARIO_CHECK(!meta.observeDeletions(nullptr));
+    meta.removeObserver(nullptr);
+    SCENARIO_CHECK(link.announced().empty());
+}
+
+TEST(MetaObject, WithoutObserverNoBrokerIsAsked) {
+    const Testing::ProcessResult result = Testing::runScenario("classWithoutObserver");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
 }
 
 // --- ownership ------------------------------------------------------------------------------------------------------
