@@ -81,6 +81,18 @@ TEST_F(ClientTest, AssignmentTakesTheNewStubAndReleasesTheOld) {
     EXPECT_EQ(nullptr, client.getServer());
 }
 
+TEST_F(ClientTest, AssignmentToItselfLooksForNothing) {
+    TipprmiObjectClient client(name("nowhere"));
+    TipprmiObjectClient &self = client;
+    link.peerAppears(TerminationId(0x0042, 2, 1));
+    link.setFate([](const AddressedMessage &) { return Transport::FakeLink::Fate::refuse; });
+    log.clear();
+    client = self;
+    EXPECT_TRUE(log.with("could not find destination").empty());
+    const TipprmiObjectClient copy(client); // which another handle does
+    EXPECT_FALSE(log.with("could not find destination").empty());
+}
+
 TEST_F(ClientTest, ConnectingTakesTheNewStubAndReleasesTheOld) {
     TipprmiObjectSkeleton other(name("other"));
     TipprmiObjectClient client;
