@@ -80,7 +80,7 @@ void HostileTest::expectServesNewPeer() {
 }
 
 void HostileTest::expectClosed(Peer &peer, const std::string &reason) {
-    EXPECT_TRUE(peer.closed()) << reason;
+    ASSERT_TRUE(peer.closed()) << reason;
     EXPECT_TRUE(logged(reason)) << reason;
 }
 

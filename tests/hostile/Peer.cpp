@@ -47,8 +47,9 @@ bool Peer::send(const Bytes &packet) {
 }
 
 bool Peer::join() {
-    return send(packet(kHello, static_cast<std::uint32_t>(::getpid()), name_, 0)) &&
-           send(packet(kAnnounce, termination_, 0, 0)) && sync();
+    joined_ = send(packet(kHello, static_cast<std::uint32_t>(::getpid()), name_, 0)) &&
+              send(packet(kAnnounce, termination_, 0, 0)) && sync();
+    return joined_;
 }
 
 bool Peer::sync() {
@@ -78,6 +79,9 @@ bool Peer::sendMessage(std::uint32_t destination, const Bytes &message) {
 }
 
 bool Peer::closed() {
+    if (joined_) {
+        return !sync() && ended_;
+    }
     const Clock::time_point limit = Clock::now() + kPatience;
     while (!ended_ && Clock::now() < limit) {
         readOne(leftUntil(limit));

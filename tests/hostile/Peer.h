@@ -31,7 +31,7 @@ public:
     bool sync();
     /** From the own termination, in as many packets as it takes. */
     bool sendMessage(std::uint32_t destination, const Bytes &message);
-    /** Waits for the other side to close, at most a minute; what it says before is kept. */
+    /** Waits for the other side to close, at most a minute, or until it shows that it does not. */
     bool closed();
 
     /** Takes in what is there, without waiting. */
@@ -53,6 +53,7 @@ private:
     const std::uint32_t name_;
     const std::uint32_t termination_;
     int socket_ = -1;
+    bool joined_ = false;
     bool ended_ = false;
     bool returned_ = false;
     std::uint32_t syncs_ = 0;
