@@ -1,9 +1,20 @@
 #include "objects/ObjectHandler.h"
 
 #include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
 #include "threads/HandlerState.h"
 
 #include <new>
+
+namespace {
+
+TreflectORB::TreflectObjectLocation locate(const TipprmiOID &name) {
+    const SingletonInstances::Pin orb(1);
+    return orb.get() != nullptr ? orb.get()->locateObject(name)
+                                : TreflectORB::TreflectObjectLocation(0, TreflectOrbId(), nullptr, name);
+}
+
+} // namespace
 
 std::atomic<TreflectObjectHandler *> TreflectObjectHandler::instance_{nullptr};
 
@@ -38,9 +49,7 @@ TreflectObjectStub *TreflectObjectHandler::adoptStub(const TipprmiOID &oid) {
         return &invalidStub_;
     }
     // In the caller's own state: this may block.
-    const TreflectORB *orb = TreflectORB::getInstance(NamespaceId(1));
-    return adoptStub(orb != nullptr ? orb->locateObject(oid)
-                                    : TreflectORB::TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid));
+    return adoptStub(locate(oid));
 }
 
 TreflectObjectStub *TreflectObjectHandler::adoptStub(const TreflectObjectLocationIf &location) {

@@ -3,6 +3,7 @@
 #include "objects/ObjectHandler.h"
 #include "orb/CallFailure_p.h"
 #include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
 #include "platform/Log.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
 #include "threads/HandlerState.h"
@@ -19,6 +20,12 @@ TipprmiObjectSkeleton *invalidMark() noexcept {
 
 TipprmiOID noName() {
     return TipprmiOID(nullptr, NamespaceId(1));
+}
+
+TreflectORB::TreflectObjectLocation locate(const TipprmiOID &name) {
+    const SingletonInstances::Pin orb(name.getNamespaceId());
+    return orb.get() != nullptr ? orb.get()->locateObject(name)
+                                : TreflectORB::TreflectObjectLocation(0, TreflectOrbId(), nullptr, name);
 }
 
 const void *address(const void *pointer) noexcept {
@@ -123,10 +130,7 @@ void TreflectObjectStub::connect(const TreflectORB *, const TipprmiOID &oid) {
         return;
     }
     const TipprmiOID name = oid; // which may be our own
-    const TreflectORB *orb = TreflectORB::getInstance(name.getNamespaceId());
-    const TreflectORB::TreflectObjectLocation location =
-        orb != nullptr ? orb->locateObject(name)
-                       : TreflectORB::TreflectObjectLocation(0, TreflectOrbId(), nullptr, name);
+    const TreflectORB::TreflectObjectLocation location = locate(name);
     TreflectHandlerState state(true);
     if (!isValid()) { // its broker may have gone while we waited
         return;
@@ -163,8 +167,8 @@ void TreflectObjectStub::connect(TipprmiObjectSkeleton *object) {
 // --- calls ----------------------------------------------------------------------------------------------------------
 
 unsigned TreflectObjectStub::localOrbId() const {
-    const TreflectORB *orb = TreflectORB::getInstance(getNamespaceId());
-    return orb != nullptr ? orb->orbId().value() : 0;
+    const SingletonInstances::Pin orb(getNamespaceId());
+    return orb.get() != nullptr ? orb.get()->orbId().value() : 0;
 }
 
 void TreflectObjectStub::prepareRequestStream(bool transaction, unsigned cc, unsigned mc,
@@ -219,11 +223,8 @@ void TreflectObjectStub::prepareResponseStream_(bool transaction, TipprmiStream 
 
 bool TreflectObjectStub::forwardMsg(const TreflectOrbId &orb, bool transaction, TipprmiStream &request,
                                     TipprmiStream &response) const {
-    TreflectORB *const own = TreflectORB::getInstance(NamespaceId(1));
-    if (own == nullptr) {
-        return false;
-    }
-    return own->forwardMsg(orb, transaction, request, response);
+    const SingletonInstances::Pin own(1);
+    return own.get() != nullptr && own.get()->forwardMsg(orb, transaction, request, response);
 }
 
 bool TreflectObjectStub::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,

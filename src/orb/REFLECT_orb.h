@@ -330,7 +330,7 @@ private:
     const std::unique_ptr<PendingRequests> ongoingRequests_ RB_PT_GUARDED_BY(mutex_);
     mutable TransactionIds transactionIds_ RB_GUARDED_BY(mutex_);
     mutable bool closing_ RB_GUARDED_BY(mutex_) = false; // no more requests
-    mutable std::atomic<unsigned> callers_{0};           // threads inside forwardMsg_
+    mutable std::atomic<unsigned> callers_{0};           // threads inside what makes requests
     std::atomic<unsigned long> receivingThreadId_{0};
     const std::unique_ptr<MessageQueue> queue_;
     MessageLog processed_;

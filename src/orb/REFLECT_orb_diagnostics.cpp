@@ -1,3 +1,4 @@
+#include "orb/Counted_p.h"
 #include "orb/MessageQueue_p.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/IdInfo.h"
@@ -79,6 +80,7 @@ void TreflectORB::testInfoAboutMessage(const Transport::TerminationId &, const T
 }
 
 TreflectORB::PerfCntInfo TreflectORB::getPerfCnts(const Transport::TerminationId &target) {
+    const Counted inside(callers_);
     PerfCntInfo info;
     TipprmiStream request(allocateRequest(kRequestSize), true);
     request.msg().type(TreflectMessage::tPfCnt);
@@ -90,6 +92,7 @@ TreflectORB::PerfCntInfo TreflectORB::getPerfCnts(const Transport::TerminationId
 }
 
 std::list<TreflectORB::PerfCntMultInfo> TreflectORB::getPerfCnts() {
+    const Counted inside(callers_);
     std::list<PerfCntMultInfo> all;
     for (Transport::TerminationId member : Transport::TransportLayer::getGroup(termId().groupId()).contains()) {
         if (member != termId()) {

@@ -1,4 +1,6 @@
+#include "orb/Counted_p.h"
 #include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
 #include "platform/Lock.h"
 #include "platform/TransportLayer.h"
 #include "rmi/IPPRMI_exception.h"
@@ -69,10 +71,11 @@ TipprmiObjectSkeleton *TreflectORB::findObject(unsigned internalOid) const {
 }
 
 TreflectORB::TreflectObjectLocation TreflectORB::locateObject(const TipprmiOID &oid) const {
+    const Counted inside(callers_);
     if (oid.getNamespaceId() != orbId_.namespaceId()) {
-        const TreflectORB *other = getInstance(oid.getNamespaceId());
-        return other != nullptr && other != this ? other->locateObject(oid)
-                                                 : TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid);
+        const SingletonInstances::Pin other(oid.getNamespaceId());
+        return other.get() != nullptr && other.get() != this ? other.get()->locateObject(oid)
+                                                             : TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid);
     }
     TreflectObjectLocation location(oid);
     if (location.internalOid_ != 0) {
@@ -110,6 +113,7 @@ TreflectORB::TreflectObjectLocation TreflectORB::locateRemoteObject_(const Tippr
 }
 
 unsigned TreflectORB::resolve(const Transport::TerminationId &target, TipprmiOID oid) const {
+    const Counted inside(callers_);
     TipprmiStream request(allocateRequest(kRequestSize), true);
     request.msg().type(TreflectMessage::tRslve);
     TipprmiStream response(allocateResponse(request.msg(), kResponseSize), true);

@@ -1,5 +1,6 @@
 #include "objects/ObjectHandler.h"
 #include "objects/REFLECT_serverObject.h"
+#include "orb/Counted_p.h"
 #include "orb/Event_p.h"
 #include "orb/MissedOrbs_p.h"
 #include "orb/REFLECT_orb.h"
@@ -66,6 +67,7 @@ const TreflectORB::Event TreflectORB::kDeletion{TreflectMessage::tODN,
 // --- an object is created or deleted here ---------------------------------------------------------------------------
 
 bool TreflectORB::notifyCreation(unsigned cc, const TreflectServerObject &object) {
+    const Counted inside(callers_);
     checkHandlerState();
     TreflectHandlerState state(true);
     try {
@@ -80,6 +82,7 @@ bool TreflectORB::notifyCreation(unsigned cc, const TreflectServerObject &object
 }
 
 bool TreflectORB::notifyDeletion(unsigned cc, const TreflectServerObject &object) {
+    const Counted inside(callers_);
     TreflectHandlerState state(true);
     try {
         notify(kDeletion, cc, object);
@@ -165,6 +168,7 @@ bool TreflectORB::observeDeletions(const unsigned &cc, TreflectObserver &observe
 }
 
 bool TreflectORB::observe(const Event &event, unsigned cc, TreflectObserver &observer, bool plusExisting) try {
+    const Counted inside(callers_);
     TreflectHandlerState state(true);
     Reported reported;
     if (plusExisting) {
@@ -211,6 +215,7 @@ bool TreflectORB::observe(const Event &event, unsigned cc, TreflectObserver &obs
 }
 
 void TreflectORB::removeObserver(const unsigned &cc, TreflectObserver &observer) {
+    const Counted inside(callers_);
     TreflectHandlerState state(true);
     removeObserver(kCreation, cc, observer);
     removeObserver(kDeletion, cc, observer);
@@ -253,22 +258,26 @@ void TreflectORB::forget(const TreflectServerObject &object) {
 // --- subscriptions at other brokers ---------------------------------------------------------------------------------
 
 void TreflectORB::registerForOCN(unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb) try {
+    const Counted inside(callers_);
     subscribe(kCreation, cc, existing, orb);
 } catch (const std::bad_alloc &) {
     noMemory("subscribe");
 }
 
 void TreflectORB::registerForODN(unsigned cc, const TreflectOrbId *orb) try {
+    const Counted inside(callers_);
     subscribe(kDeletion, cc, nullptr, orb);
 } catch (const std::bad_alloc &) {
     noMemory("subscribe");
 }
 
 void TreflectORB::unregisterFromOCN(unsigned cc) {
+    const Counted inside(callers_);
     unsubscribe(kCreation, cc);
 }
 
 void TreflectORB::unregisterFromODN(unsigned cc) {
+    const Counted inside(callers_);
     unsubscribe(kDeletion, cc);
 }
 

@@ -1,4 +1,5 @@
 #include "orb/CallFailure_p.h"
+#include "orb/Counted_p.h"
 #include "orb/OngoingRequest_p.h"
 #include "orb/PendingRequests_p.h"
 #include "orb/REFLECT_orb.h"
@@ -28,18 +29,6 @@ bool issueTo(TerminationId target, const TreflectMessage &message) {
 const char *text(bool value) {
     return value ? "true" : "false";
 }
-
-/** Counts who is inside, for the end of the broker. */
-class Counted {
-public:
-    explicit Counted(std::atomic<unsigned> &count) : count_(count) { ++count_; }
-    ~Counted() { --count_; }
-    Counted(const Counted &) = delete;
-    Counted &operator=(const Counted &) = delete;
-
-private:
-    std::atomic<unsigned> &count_;
-};
 
 } // namespace
 
@@ -92,7 +81,7 @@ bool TreflectORB::forwardMsg(const TreflectOrbId &target, bool twoWay, TipprmiSt
 bool TreflectORB::forwardMsg_(TerminationId target, bool twoWay, TreflectMessage &request,
                               TipprmiStream &response) const {
     OSWrap::DeferredCancelTypeGuard deferred;
-    Counted inside(callers_);
+    const Counted inside(callers_);
     countRequest(target, false);
     const bool result = send(target, twoWay, request, response);
     if (!result) {

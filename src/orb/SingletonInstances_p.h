@@ -36,8 +36,8 @@ public:
 
     /**
      * Keeps a broker from being destroyed during the scope, so that a thread which happens to use it while another one
-     * ends the process does not use freed memory. Makes the broker if need be. Cheap, but not for scopes that wait:
-     * process exit waits for them, though not for long.
+     * ends the process does not use freed memory. Makes the broker if need be. Cheap. Of scopes that wait only for
+     * those whose waits are requests, which process exit ends: it waits for the scopes, though not for long.
      */
     class Pin {
     public:
