@@ -112,13 +112,16 @@ TEST_F(HostileMessages, OfCallsWithCutHeadsReachNobodyElse) {
 }
 
 TEST_F(HostileMessages, ToObjectsThatAreNotThereAreAnswered) {
-    for (std::uint32_t number : {0U, 1U, other_ + 1, other_ - 1, served_ + 4, 0xFFFFFFFFU}) {
-        EXPECT_EQ(failure(), answer(call(++transaction_, number, kClass, kAddOne, Data().word(1).get())));
+    constexpr std::uint32_t kNobody = 0xFFFFFFFF; // no address of an object
+    for (std::uint32_t number : {0U, 1U, other_ + 1, other_ - 1, served_ + 4, kNobody}) {
+        if (number != other_ && number != served_) { // an object's number may be as small as 1
+            EXPECT_EQ(failure(), answer(call(++transaction_, number, kClass, kAddOne, Data().word(1).get())));
+        }
     }
     // Every number but 0 is a yes.
     for (std::uint32_t yes : {2U, 0x80000000U, 0xFFFFFFFFU}) {
         EXPECT_EQ(failure(), answer(message(++transaction_, kCall, kRequest,
-                                            Data().word(1).word(yes).word(kClass).word(kAddOne).get())));
+                                            Data().word(kNobody).word(yes).word(kClass).word(kAddOne).get())));
     }
     for (std::uint32_t code : {0U, 4U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
         expectFails(code, Data().word(1).get());
