@@ -1,38 +1,106 @@
 #include "platform/ConditionVar.h"
 
+#include "platform/Cancellation.h"
+#include "platform/Thread.h"
 #include "platform/posix/ScaledTime_p.h"
 
+#include <atomic>
 #include <cerrno>
+#include <semaphore.h>
 
 namespace OSWrap {
 
 /**
- * Each waiter blocks on a condition variable of its own: with several waiters on one, the C library can lose a signal.
- * It blocks with the queue's lock, not with the user's, so that a signal sent without the user's lock is not lost.
+ * Each waiter blocks on a semaphore of its own, so that no signal is lost to another, and one that wakes up needs no
+ * lock but the user's. Who takes a waiter out of the queue for a signal owes it one post; it does not leave before.
  */
 struct ConditionVar::Waiter {
-    explicit Waiter(ConditionVar &variable) : owner(variable) {}
-    ~Waiter() { pthread_cond_destroy(&woken); }
+    explicit Waiter(ConditionVar &variable) : owner(variable) { sem_init(&woken, 0, 0); }
+    ~Waiter() { sem_destroy(&woken); }
+
+    /** The waiter may be gone right after. */
+    void wake() noexcept {
+        signalled.store(true, std::memory_order_release);
+        sem_post(&woken);
+    }
+    void awaitWake() noexcept {
+        DisableCancelStateGuard guard;
+        while (sem_wait(&woken) != 0) { // a signal of the system
+        }
+        static_cast<void>(signalled.load(std::memory_order_acquire));
+    }
+    /** Without limit if `end` is null. False: the time is over. A cancellation point. */
+    bool block(const timespec *end) {
+        static constexpr timespec kNever{0x7FFFFFFF, 0}; // the clock began when the system did
+        int result = 0;
+        do {
+            result = sem_clockwait(&woken, CLOCK_MONOTONIC, end != nullptr ? end : &kNever);
+        } while (result != 0 && (errno == EINTR || end == nullptr));
+        return result == 0 && signalled.load(std::memory_order_acquire);
+    }
 
     ConditionVar &owner;
-    pthread_cond_t woken = PTHREAD_COND_INITIALIZER;
-    bool signalled = false;
+    sem_t woken;
+    std::atomic<bool> signalled{false};
     bool queued = true;
     Waiter *next = nullptr;
+
+    // Signals sent with the user's lock are kept back until that is released: a thread that was woken before could
+    // only wait for it. One list for all variables that the thread has locked.
+    static thread_local Waiter *keptBack;
+    static void keepBack(Waiter *waiter) noexcept {
+        Waiter **place = &keptBack;
+        while (*place != nullptr) { // in the order of the signals
+            place = &(*place)->next;
+        }
+        waiter->next = nullptr;
+        *place = waiter;
+    }
+    /** `variable` may be gone already. */
+    static void wakeKeptBack(const ConditionVar *variable) noexcept {
+        for (Waiter **place = &keptBack; *place != nullptr;) {
+            Waiter *const waiter = *place;
+            if (&waiter->owner == variable) {
+                *place = waiter->next;
+                waiter->wake();
+            } else {
+                place = &waiter->next;
+            }
+        }
+    }
 };
+
+__attribute__((tls_model("initial-exec"))) thread_local ConditionVar::Waiter *ConditionVar::Waiter::keptBack = nullptr;
 
 ConditionVar::ConditionVar(bool) noexcept {}
 ConditionVar::ConditionVar(Mutex::RunPermissionAware aware) noexcept : mutex_(aware) {}
 ConditionVar::~ConditionVar() = default;
 
+// The holder is noted for signal(), in all builds.
+
 bool ConditionVar::lock() {
-    return mutex_.lock();
+    const bool locked = mutex_.lock();
+    mutex_.holder_.store(Thread::getCurrentId(), std::memory_order_relaxed);
+    return locked;
 }
-bool ConditionVar::unlock() {
-    return mutex_.unlock();
-}
+
 bool ConditionVar::trylock() {
-    return mutex_.trylock();
+    const bool locked = mutex_.trylock();
+    if (locked) {
+        mutex_.holder_.store(Thread::getCurrentId(), std::memory_order_relaxed);
+    }
+    return locked;
+}
+
+bool ConditionVar::unlock() {
+#ifdef NDEBUG
+    mutex_.holder_.store(0, std::memory_order_relaxed); // debug builds want to see it there
+#endif
+    const bool unlocked = mutex_.unlock();
+    if (Waiter::keptBack != nullptr) {
+        Waiter::wakeKeptBack(this);
+    }
+    return unlocked;
 }
 
 /** Takes a waiter out of the list, or the first one if it is null. */
@@ -55,41 +123,58 @@ bool ConditionVar::pop(Waiter *waiter) {
 }
 
 bool ConditionVar::signal() RB_NO_ANALYSIS {
+    const bool locked = mutex_.holder_.load(std::memory_order_relaxed) == Thread::getCurrentId();
     queueLock_.lock();
-    if (Waiter *waiter = first_; waiter != nullptr) {
+    Waiter *const waiter = first_;
+    if (waiter != nullptr) {
         pop(nullptr);
-        waiter->signalled = true;
-        pthread_cond_signal(&waiter->woken); // under the lock: the waiter's frame is gone once it has that
     }
     queueLock_.unlock();
+    // This object may be gone from here on, once the waiter is woken.
+    if (waiter != nullptr && locked) {
+        Waiter::keepBack(waiter);
+    } else if (waiter != nullptr) {
+        waiter->wake();
+    }
     return true;
 }
 
 bool ConditionVar::broadcast() RB_NO_ANALYSIS {
+    const bool locked = mutex_.holder_.load(std::memory_order_relaxed) == Thread::getCurrentId();
     queueLock_.lock();
-    while (Waiter *waiter = first_) {
-        pop(nullptr);
-        waiter->signalled = true;
-        pthread_cond_signal(&waiter->woken);
+    Waiter *all = first_;
+    for (Waiter *waiter = all; waiter != nullptr; waiter = waiter->next) {
+        waiter->queued = false;
     }
+    first_ = last_ = nullptr;
     queueLock_.unlock();
+    while (all != nullptr) {
+        Waiter *const waiter = all;
+        all = all->next;
+        if (locked) {
+            Waiter::keepBack(waiter);
+        } else {
+            waiter->wake();
+        }
+    }
     return true;
 }
 
-/** A cancelled wait. The system has given the queue's lock back to this thread; it unwinds with the user's lock. */
+/** A cancelled wait; it unwinds with the user's lock. */
 void ConditionVar::abandon(void *argument) RB_NO_ANALYSIS {
     auto *waiter = static_cast<Waiter *>(argument);
     ConditionVar &self = waiter->owner;
-    self.queueLock_.noteTaken();
-    if (waiter->queued) {
+    self.queueLock_.lock();
+    const bool queued = waiter->queued;
+    if (queued) {
         self.pop(waiter);
     }
-    const bool passOn = waiter->signalled;
     self.queueLock_.unlock();
-    if (passOn) {
-        self.ConditionVar::signal();
+    if (!queued) {
+        waiter->awaitWake();
+        self.ConditionVar::signal(); // which another one should have
     }
-    self.mutex_.lock();
+    self.ConditionVar::lock();
 }
 
 bool ConditionVar::wait(const TimeSpec &limit) RB_NO_ANALYSIS {
@@ -97,8 +182,8 @@ bool ConditionVar::wait(const TimeSpec &limit) RB_NO_ANALYSIS {
     const bool timed = limit != TimeSpec::INFINITETIME;
     if (timed && limit <= TimeSpec()) {
         pthread_testcancel();
-        mutex_.unlock();
-        mutex_.lock();
+        ConditionVar::unlock();
+        ConditionVar::lock();
         return false;
     }
     timespec end{};
@@ -108,22 +193,24 @@ bool ConditionVar::wait(const TimeSpec &limit) RB_NO_ANALYSIS {
     queueLock_.lock();
     (last_ != nullptr ? last_->next : first_) = &self;
     last_ = &self;
-    mutex_.unlock();
-    int error = 0;
-    pthread_cleanup_push(&ConditionVar::abandon, &self);
-    while (!self.signalled && error != ETIMEDOUT) {
-        queueLock_.noteReleased();
-        error = timed ? pthread_cond_clockwait(&self.woken, &queueLock_.mutex_, CLOCK_MONOTONIC, &end)
-                      : pthread_cond_wait(&self.woken, &queueLock_.mutex_);
-        queueLock_.noteTaken();
-    }
-    pthread_cleanup_pop(0);
-    if (self.queued) {
-        pop(&self);
-    }
-    const bool woken = self.signalled;
     queueLock_.unlock();
-    mutex_.lock();
+    ConditionVar::unlock();
+    bool woken = false;
+    pthread_cleanup_push(&ConditionVar::abandon, &self);
+    woken = self.block(timed ? &end : nullptr);
+    pthread_cleanup_pop(0);
+    if (!woken) {
+        queueLock_.lock();
+        woken = !self.queued;
+        if (!woken) {
+            pop(&self);
+        }
+        queueLock_.unlock();
+        if (woken) {
+            self.awaitWake(); // a signal on its way
+        }
+    }
+    ConditionVar::lock();
     return woken;
 }
 

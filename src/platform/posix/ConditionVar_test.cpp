@@ -188,6 +188,74 @@ TEST_P(ConditionVarTest, NoSignalIsEverLost) {
     }
 }
 
+/** Signals that are sent under two locks: each reaches its waiter with the release of its own. */
+TEST(ConditionVarSignal, UnderTheLockGoesOutWhenThatIsReleased) {
+    Waiters first(false);
+    Waiters second(false);
+    first.add(1);
+    first.add(2);
+    second.add(3);
+    second.variable.lock();
+    first.variable.lock();
+    first.variable.signal();
+    second.variable.signal();
+    first.variable.signal();
+    first.variable.unlock();
+    EXPECT_TRUE(first.awaitWoken(2)) << "while the other lock is still held";
+    EXPECT_TRUE(second.woken.empty());
+    second.variable.unlock();
+    EXPECT_TRUE(second.awaitWoken(1));
+}
+
+TEST(ConditionVarSignal, UnderTheLockAlsoGoesOutWithAWait) {
+    Waiters waiters(false);
+    waiters.add(1);
+    Locked lock(waiters.variable);
+    waiters.variable.signal();
+    for (int i = 0; i < 10000 && waiters.woken.empty(); ++i) {
+        waiters.variable.wait(TimeSpec(0, 1000000)); // gives the lock up
+    }
+    EXPECT_EQ(1U, waiters.woken.size());
+}
+
+/** One round: the signaller keeps the lock until the waiter's time is over. */
+struct LateSignal {
+    /** False: it did not get to signal in time. */
+    bool run() {
+        static constexpr TimeSpec kLimit(0, 200000000);
+        bool inTime = false;
+        Testing::TestThread waiter([this] {
+            Locked lock(variable);
+            end = Clock::getObsTime() + kLimit;
+            woken = variable.wait(kLimit);
+        });
+        EXPECT_TRUE(Testing::eventually([this] {
+            Locked lock(variable);
+            return end != TimeSpec();
+        }));
+        Locked lock(variable);
+        variable.signal();
+        inTime = Clock::getObsTime() < end;
+        EXPECT_TRUE(Testing::eventually([this] { return Clock::getObsTime() > end; }));
+        return inTime;
+    }
+
+    ConditionVar variable;
+    TimeSpec end;
+    bool woken = false;
+};
+
+TEST(ConditionVarSignal, ThatCameBeforeTheEndOfTheTimeIsNotLost) {
+    for (int i = 0; i < 50; ++i) { // again where the machine was too slow
+        LateSignal round;
+        if (round.run()) {
+            EXPECT_TRUE(round.woken);
+            return;
+        }
+    }
+    FAIL() << "never in time";
+}
+
 /** As a lock that gives something up while it blocks would be. */
 class CountingVariable : public ConditionVar {
 public:
