@@ -21,12 +21,13 @@
  *   noted                                one-way calls that came         -> "noted N"
  *   counters | dump                      -> "counters ..." lines, "end" | "ok", and lines in the log
  *   counts                               what the library holds          -> "counts ...", see Counts.h
- *   object ...                           see Objects.h
+ *   object ... | events ...              see Objects.h, Events.h
  *   torment | progress | rest            see Torture.h
  *   enter | forked | segv | exit [STATUS] | exitworker
  */
 #include "Callers.h"
 #include "Counts.h"
+#include "Events.h"
 #include "Objects.h"
 #include "Output.h"
 #include "Probe.h"
@@ -294,6 +295,7 @@ constexpr Command kCommands[] = {
     {"dump", &onDump},
     {"counts", &onCounts},
     {"object", &onObject},
+    {"events", &onEvents},
     {"torment", &onTorment},
     {"progress", &onProgress},
     {"rest", &onRest},

@@ -40,7 +40,15 @@ public:
         completeMetaInformationHelper(operations, 1, none, 0);
     }
 };
-const DoublerMeta &meta = *new DoublerMeta; // until the end of the process
+DoublerMeta &meta = *new DoublerMeta; // until the end of the process
+
+} // namespace
+
+TreflectMetaObject &doublers() {
+    return meta;
+}
+
+namespace {
 
 class Doubler : public TreflectServerObject {
 public:
@@ -155,6 +163,23 @@ std::string onDrop(Arguments &arguments) {
     return "dropped";
 }
 
+/** With the events that its owner sends. */
+std::string onCreate(Arguments &arguments) {
+    std::string name;
+    arguments >> name;
+    objects()[name] = std::make_unique<Doubler>(name, nullptr);
+    objects()[name]->sendCreationEvent(nullptr);
+    return "created";
+}
+
+std::string onDelete(Arguments &arguments) {
+    std::string name;
+    arguments >> name;
+    objects()[name]->sendDeletionEvent(&meta);
+    objects().erase(name);
+    return "deleted";
+}
+
 std::string onAbs(Arguments &arguments) {
     return named(arguments).getAbsName();
 }
@@ -216,9 +241,10 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"make", &onMake},         {"drop", &onDrop},         {"abs", &onAbs},         {"parent", &onParent},
-    {"children", &onChildren}, {"double", &onDouble},     {"calls", &onCalls},     {"observe", &onObserve},
-    {"forget", &onForget},     {"observed", &onObserved}, {"verdict", &onVerdict},
+    {"make", &onMake},         {"drop", &onDrop},     {"abs", &onAbs},       {"parent", &onParent},
+    {"children", &onChildren}, {"double", &onDouble}, {"calls", &onCalls},   {"observe", &onObserve},
+    {"create", &onCreate},     {"delete", &onDelete}, {"forget", &onForget}, {"observed", &onObserved},
+    {"verdict", &onVerdict},
 };
 
 } // namespace

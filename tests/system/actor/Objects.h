@@ -2,10 +2,14 @@
 
 #include <sstream>
 
+class TreflectMetaObject;
+
 /*
  * Reflective objects, which have the operation "double", and observers:
  *   object make NAME [PARENT]     a child of the named object, wherever that is  -> "object made"
  *   object drop NAME                                                            -> "object dropped"
+ *   object create NAME            a root, with its event                         -> "object created"
+ *   object delete NAME            the same                                       -> "object deleted"
  *   object abs NAME               its absolute name                              -> "object NAME"
  *   object parent NAME            that of its parent                             -> "object NAME"
  *   object children NAME          their absolute names                           -> "object NAME NAME ..."
@@ -18,3 +22,5 @@
  * An observer that is told makes a line "told NAME", with the absolute name of what it observes.
  */
 void onObject(std::istringstream &arguments);
+/** Their class. */
+TreflectMetaObject &doublers();
