@@ -28,6 +28,7 @@ constexpr unsigned kRounds = 120;
 constexpr bool kMemoryIsMeasured = true;
 constexpr long kForeignThreads = 0;
 #endif
+constexpr long kOwnThreads = 3;         // receiving, membership, and the one that tells of brokers
 constexpr long kMoreMemory = 16 * 1024; // KiB
 
 unsigned fromEnvironment(const char *name, unsigned otherwise) {
@@ -195,11 +196,11 @@ void Torture::killOneThatIsStopped() {
     start(which);
 }
 
-/** The main thread, receiving and membership threads, idle workers. */
+/** No threads but the main thread, the library's own and idle workers. */
 bool Torture::atRest(unsigned which, const Counts &counts) const {
     return counts["pending"] == 0 && counts["queued"] == 0 && counts["idle"] <= 3 &&
            counts["handlers"] <= counts["idle"] &&
-           counts["threads"] <= bareThreads_[which] + kForeignThreads + 2 + counts["idle"];
+           counts["threads"] <= bareThreads_[which] + kForeignThreads + kOwnThreads + counts["idle"];
 }
 
 Counts Torture::quiet(unsigned which, const std::function<bool(const Counts &)> &more) {
