@@ -5,6 +5,7 @@
 
 #include "orb/REFLECT_orb.h"
 #include "platform/TransportLayer.h"
+#include "rmi/CallHelper.h"
 #include "rmi/StreamOperators.h"
 #include "threads/HandlerState.h"
 
@@ -28,17 +29,32 @@ TipprmiOID nameOf(const std::string &name) {
     return TipprmiOID(name, NamespaceId(1));
 }
 
-/** One call, written as generated code has it. */
+/** One method, as generated code has it. */
+template <class In, class Out>
+class Method : public ClientCallHookBaseV, public InParamHook, public OutParamHook {
+public:
+    Method(const In &in, const Out &out) : in_(in), out_(out) {}
+    void invoke() const override { fail("no object of this process is called"); }
+    void insertParameters(TipprmiSequence<TipprmiAny> &) const override {}
+    const char *operationName() const override { return "benchmark"; }
+    void marshallIn(TipprmiStream &request) const override { in_(request); }
+    void unmarshallOut(TipprmiStream &response) const override {
+        out_(response);
+        done_ = !response.hasUnmarshallingFailed();
+    }
+    bool done() const noexcept { return done_; }
+
+private:
+    const In &in_;
+    const Out &out_;
+    mutable bool done_ = false;
+};
+
 template <class In, class Out>
 bool callObject(const TipprmiObjectClient &object, bool transaction, unsigned method, const In &in, const Out &out) {
-    TipprmiStream request(100);
-    TipprmiStream response(100);
-    object.prepareRequestStream_(transaction, Service::kClass, method, request);
-    in(request);
-    const bool done = object.dispatch(transaction, Service::kClass, method, request, response);
-    object.prepareResponseStream_(transaction, response);
-    out(response);
-    return done && !response.hasUnmarshallingFailed();
+    const Method<In, Out> hook(in, out);
+    ClientCallHelper(hook, hook, hook, *object.getStub_(), nullptr, Service::kClass, method, transaction);
+    return hook.done();
 }
 
 unsigned callNext(const TipprmiObjectClient &object, unsigned number) {

@@ -40,7 +40,7 @@ private:
     const TreflectObjectStub &stub_;
     const unsigned mc_;
     TipprmiStream request_{kCallSize};
-    TipprmiStream response_{kCallSize};
+    TipprmiAny response_; // costs no memory until it is the answer
 };
 
 template <class Result>

@@ -1,16 +1,15 @@
 #pragma once
 
+#include "orb/MessageRing_p.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/ConditionVar.h"
-
-#include <deque>
 
 /** What came in for the workers; lock it for everything. */
 class TreflectORB::MessageQueue : public OSWrap::ConditionVar {
 public:
     MessageQueue() : ConditionVar(false) {}
 
-    std::deque<TreflectMessage> messages RB_GUARDED_BY(this);
+    MessageRing messages RB_GUARDED_BY(this);
     unsigned idle RB_GUARDED_BY(this) = 0;    // workers that wait, and those that were just started for a message
     unsigned workers RB_GUARDED_BY(this) = 0; // threads
     bool closed RB_GUARDED_BY(this) = false;  // at the end of the broker: no more workers, no more messages

@@ -318,7 +318,8 @@ private:
     void renewSubscriptions(unsigned cc, const TreflectOrbId &orb);
     bool mayHave(Transport::TerminationId target, unsigned cc) const;
     void learnClassCodes(Transport::TerminationId target, TipprmiStream &response);
-    std::list<Transport::TerminationId> otherMembers() const;
+    std::list<Transport::TerminationId> members() const noexcept;
+    std::list<Transport::TerminationId> otherMembers() const noexcept;
 
     // Locations.
     TipprmiObjectSkeleton *findObject(unsigned internalOid) const;

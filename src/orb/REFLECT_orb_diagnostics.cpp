@@ -94,9 +94,12 @@ TreflectORB::PerfCntInfo TreflectORB::getPerfCnts(const Transport::TerminationId
 std::list<TreflectORB::PerfCntMultInfo> TreflectORB::getPerfCnts() {
     const Counted inside(callers_);
     std::list<PerfCntMultInfo> all;
-    for (Transport::TerminationId member : Transport::TransportLayer::getGroup(termId().groupId()).contains()) {
-        if (member != termId()) {
+    for (Transport::TerminationId member : otherMembers()) {
+        try {
             all.push_back({member, getPerfCnts(member)});
+        } catch (const std::bad_alloc &) {
+            LogDispatch(3, "ORB has no memory for all counters", kSource);
+            break;
         }
     }
     return all;

@@ -2,6 +2,7 @@
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
 #include "platform/Lock.h"
+#include "platform/Log.h"
 #include "platform/TransportLayer.h"
 #include "rmi/IPPRMI_exception.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <exception>
+#include <new>
 
 namespace {
 
@@ -101,10 +103,10 @@ TreflectORB::TreflectObjectLocation TreflectORB::locateLocalObject_(const Tipprm
 }
 
 TreflectORB::TreflectObjectLocation TreflectORB::locateRemoteObject_(const TipprmiOID &oid) const {
-    std::list<Transport::TerminationId> members = Transport::TransportLayer::getGroup(termId().groupId()).contains();
-    for (members.reverse(); !members.empty(); members.pop_front()) {
-        const Transport::TerminationId member = members.front();
-        const unsigned found = member != termId() ? resolve(member, oid) : 0;
+    std::list<Transport::TerminationId> asked = otherMembers();
+    for (asked.reverse(); !asked.empty(); asked.pop_front()) {
+        const Transport::TerminationId member = asked.front();
+        const unsigned found = resolve(member, oid);
         if (found != 0) {
             return TreflectObjectLocation(found, convertId(member), nullptr, oid);
         }
@@ -128,4 +130,20 @@ unsigned TreflectORB::resolve(const Transport::TerminationId &target, TipprmiOID
     response >> failure;
     failure.getExceptionData(exception);
     return 0;
+}
+
+/** The brokers of the group, this one included; none without memory for the list. */
+std::list<Transport::TerminationId> TreflectORB::members() const noexcept {
+    try {
+        return Transport::TransportLayer::getGroup(termId().groupId()).contains();
+    } catch (const std::bad_alloc &) {
+        LogDispatch(3, "ORB has no memory for the members of its group", "REFLECT_orb");
+        return {};
+    }
+}
+
+std::list<Transport::TerminationId> TreflectORB::otherMembers() const noexcept {
+    std::list<Transport::TerminationId> others = members();
+    others.remove(termId());
+    return others;
 }

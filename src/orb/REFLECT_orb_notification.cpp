@@ -281,12 +281,6 @@ void TreflectORB::unregisterFromODN(unsigned cc) {
     unsubscribe(kDeletion, cc);
 }
 
-std::list<Transport::TerminationId> TreflectORB::otherMembers() const {
-    std::list<Transport::TerminationId> members = Transport::TransportLayer::getGroup(termId().groupId()).contains();
-    members.remove(termId());
-    return members;
-}
-
 /** A broker that has not told its classes yet may have any. */
 bool TreflectORB::mayHave(Transport::TerminationId target, unsigned cc) const {
     const auto known = classCodes_.find(target);
@@ -313,7 +307,7 @@ void TreflectORB::subscribe(const Event &event, unsigned cc, std::vector<Treflec
     } else {
         // Nothing between the two may block: who appears then would be neither a member nor missed.
         getInstance(NamespaceId(1));
-        targets = Transport::TransportLayer::getGroup(termId().groupId()).contains();
+        targets = members();
         (this->*event.missed)->start(targets);
     }
     targets.remove(termId());

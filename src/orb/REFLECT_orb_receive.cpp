@@ -160,7 +160,7 @@ bool TreflectORB::startReflectWorker() {
 }
 
 void TreflectORB::closeQueue() {
-    std::deque<TreflectMessage> dropped; // destroyed without the lock
+    MessageRing dropped; // destroyed without the lock
     QueueLocked lock(*queue_);
     queue_->closed = true;
     dropped.swap(queue_->messages);

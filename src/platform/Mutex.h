@@ -29,9 +29,6 @@ public:
 
 private:
     friend class ConditionVar;
-    // For a wait of the system, which releases and takes the native lock behind the debug records.
-    void noteReleased() noexcept;
-    void noteTaken() noexcept;
 
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
     // For debug builds of the library; present in all, so that every user sees the same size.

@@ -1,6 +1,7 @@
 #include "reflection/REFLECT_metaObject.h"
 
 #include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
 #include "platform/Log.h"
 #include "reflection/REFLECT_InterfaceRepository.h"
 
@@ -146,20 +147,31 @@ bool TreflectMetaObject::isA(const TreflectMetaObject *other) const {
     return false;
 }
 
+// The broker is kept while it is used: the process may exit meanwhile.
+
 bool TreflectMetaObject::observeCreations(TreflectObserver *observer, bool plusExisting) {
-    TreflectORB *const orb = observer != nullptr ? TreflectORB::getInstance(NamespaceId(1)) : nullptr;
-    return orb != nullptr && orb->observeCreations(classId_, *observer, plusExisting);
+    if (observer == nullptr) {
+        return false;
+    }
+    const SingletonInstances::Pin orb(1);
+    return orb.get() != nullptr && orb.get()->observeCreations(classId_, *observer, plusExisting);
 }
 
 bool TreflectMetaObject::observeDeletions(TreflectObserver *observer) {
-    TreflectORB *const orb = observer != nullptr ? TreflectORB::getInstance(NamespaceId(1)) : nullptr;
-    return orb != nullptr && orb->observeDeletions(classId_, *observer);
+    if (observer == nullptr) {
+        return false;
+    }
+    const SingletonInstances::Pin orb(1);
+    return orb.get() != nullptr && orb.get()->observeDeletions(classId_, *observer);
 }
 
 void TreflectMetaObject::removeObserver(TreflectObserver *observer) {
-    TreflectORB *const orb = observer != nullptr ? TreflectORB::getInstance(NamespaceId(1)) : nullptr;
-    if (orb != nullptr) {
-        orb->removeObserver(classId_, *observer);
+    if (observer == nullptr) {
+        return;
+    }
+    const SingletonInstances::Pin orb(1);
+    if (orb.get() != nullptr) {
+        orb.get()->removeObserver(classId_, *observer);
     }
 }
 

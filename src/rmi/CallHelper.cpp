@@ -46,7 +46,7 @@ void ClientCallHelper(const ClientCallHookBaseV &hook, const InParamHook &in, co
         return;
     }
     TipprmiStream request(kCallSize);
-    TipprmiStream response(kCallSize);
+    TipprmiAny response; // which costs no memory: it becomes the stream of the answer
     stub.prepareRequestStream(transaction, cc, mc, request);
     in.marshallIn(request);
     stub.dispatch(transaction, cc, mc, request, response);

@@ -20,8 +20,6 @@ bool Mutex::unlock() {
 bool Mutex::trylock() {
     return pthread_mutex_trylock(&mutex_) == 0;
 }
-void Mutex::noteReleased() noexcept {}
-void Mutex::noteTaken() noexcept {}
 
 #else
 
@@ -58,20 +56,6 @@ bool Mutex::trylock() {
         LockAudit::locked(this);
     }
     return true;
-}
-
-void Mutex::noteReleased() noexcept {
-    if (audited_) {
-        LockAudit::unlocked(this);
-    }
-    holder_.store(0, std::memory_order_relaxed);
-}
-
-void Mutex::noteTaken() noexcept {
-    holder_.store(Thread::getCurrentId(), std::memory_order_relaxed);
-    if (audited_) {
-        LockAudit::locked(this);
-    }
 }
 
 #endif
