@@ -24,6 +24,16 @@ function(reflectorb_unit_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE reflectorb_flags gtest gtest_main)
   target_link_options(${name} PRIVATE -rdynamic)
+  if(REFLECTORB_PRECOMPILED) # not in dev, where a missing include must show
+    get_property(first GLOBAL PROPERTY reflectorb_first_unit_test)
+    if(first)
+      target_precompile_headers(${name} REUSE_FROM ${first})
+    else()
+      set_property(GLOBAL PROPERTY reflectorb_first_unit_test ${name})
+      target_precompile_headers(${name} PRIVATE <gtest/gtest.h> <algorithm> <atomic> <functional> <list> <map> <memory>
+        <random> <set> <string> <vector>)
+    endif()
+  endif()
   if(REFLECTORB_SANITIZE STREQUAL "thread") # see tests/support/HeapProbe.cpp
     target_link_options(${name} PRIVATE
       "-Wl,--wrap=calloc,--wrap=_Znwm,--wrap=_Znam,--wrap=_ZnwmRKSt9nothrow_t,--wrap=_ZnamRKSt9nothrow_t")
