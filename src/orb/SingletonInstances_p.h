@@ -26,6 +26,9 @@ public:
     template <class Act>
     static void forEach(const Act &act) {
         for (Slot &slot : slots_) {
+            if (slot.orb.load(std::memory_order_relaxed) == nullptr) {
+                continue; // most are: no need to pin them
+            }
             slot.pins.fetch_add(1);
             if (TreflectORB *orb = slot.orb.load()) {
                 act(*orb);
