@@ -136,8 +136,13 @@ TEST_F(OrbObserverTest, ItEndsWhileItWaitsForThePermission) {
 }
 
 TEST_F(OrbObserverTest, WhoAsksIsToldOfThoseThatAreThereAtOnceAndWithoutThePermission) {
+    Watcher early;
+    orb.registerOrbCreation(&early, false);
     link.peerAppears(kPeer);
     link.peerAppears(kForeign);
+    // What its thread has told by now it does not tell the next observer, too.
+    ASSERT_TRUE(Testing::eventually([&] { return early.told().find("42:1 50:1") != std::string::npos; }));
+    orb.unregisterOrbNotifications(&early);
     Watcher watcher;
     Watcher later;
     {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -33,8 +34,11 @@ LogCapture::~LogCapture() {
 }
 
 std::vector<LogLine> LogCapture::lines() const {
+    std::vector<LogLine> all;
     const std::lock_guard<std::mutex> lock(state_->lock);
-    return state_->lines;
+    std::copy_if(state_->lines.begin(), state_->lines.end(), std::back_inserter(all),
+                 [](const LogLine &line) { return line.text.find(" sees 0x") == std::string::npos; });
+    return all;
 }
 
 std::vector<LogLine> LogCapture::with(const std::string &text) const {

@@ -23,6 +23,7 @@ public:
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
+    /** All but those of a broker that sees others come and go: a thread of its own logs them, at any time. */
     std::vector<LogLine> lines() const;
     /** Those that contain the text. */
     std::vector<LogLine> with(const std::string &text) const;
