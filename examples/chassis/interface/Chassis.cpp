@@ -1,0 +1,68 @@
+#include "Chassis.h"
+
+#include "CallHooks.h"
+#include "threads/HandlerState.h"
+
+#include <new>
+
+namespace {
+
+using Interface::Operation;
+using Interface::Request;
+
+constexpr Operation<ChassisSkeleton> kOperations[] = {
+    {"getslots", Chassis::mcGetslots, &Interface::answerRead<ChassisSkeleton, &ChassisSkeleton::slots>},
+};
+
+const TreflectMetaObject *const atLoad __attribute__((used)) = ChassisMeta::instance();
+
+} // namespace
+
+TipprmiSequence<Slot> Chassis::slots(Raised *raised) const {
+    return Interface::Read<&ChassisSkeleton::slots>::from(*this, "getslots", CLASS_ID, mcGetslots, raised);
+}
+
+Chassis *ChassisSkeleton::getClient() const {
+    const TreflectHandlerState state(true);
+    if (client_slot_() == nullptr) {
+        client_slot_(new (std::nothrow) Chassis(this));
+    }
+    return static_cast<Chassis *>(client_slot_());
+}
+
+TipprmiSequence<unsigned> ChassisSkeleton::getServerClassIdSeq() const {
+    TipprmiSequence<unsigned> ids;
+    ids.push_back(Chassis::CLASS_ID);
+    return ids;
+}
+
+bool ChassisSkeleton::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
+                               TipprmiStream &response) {
+    const Operation<ChassisSkeleton> *const operation =
+        cc == Chassis::CLASS_ID ? Interface::find(kOperations, mc) : nullptr;
+    if (operation == nullptr) {
+        return TreflectServerObject::dispatch(transaction, cc, mc, request, response);
+    }
+    return operation->answer(*this, *operation, Request{transaction, cc, mc, request, response});
+}
+
+ChassisMeta *ChassisMeta::instance() {
+    static auto *const meta = new ChassisMeta;
+    return meta;
+}
+
+void ChassisMeta::completeMetaInformation() {
+    const TreflectHandlerState state(true);
+    if (completed_ != 0) {
+        return;
+    }
+    completed_ = 1;
+    SlotMeta *const slot = SlotMeta::instance();
+    slot->completeMetaInformation();
+    static constexpr MetaOpData operations[] = {{"getslots", Chassis::mcGetslots}};
+    static constexpr MetaAttrData none[] = {{""}};
+    completeMetaInformationHelper(operations, 1, none, 0);
+    auto *const slots = new TreflectSequenceMetaAttribute("slots", this, metaOperation_("getslots"), nullptr, 0);
+    slots->registerType(slot);
+    registerAttribute(slots);
+}
