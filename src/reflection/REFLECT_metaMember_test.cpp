@@ -105,19 +105,27 @@ TEST_F(MetaMemberTest, EachHandleIsNewAndKnowsItsMember) {
 TEST_F(MetaMemberTest, TheTestClassesAreDescribed) {
     EXPECT_TRUE(meta->isA(EquipmentMeta::instance()));
     EXPECT_EQ(EquipmentMeta::instance(), meta->metaAttribute("serial")->containingMetaObject());
-    EXPECT_EQ((Parameters{{"bps", "unsigned long"}, {"mode", "string"}}),
+    EXPECT_EQ((Parameters{{"bps", "unsigned long"}, {"effective", "unsigned long"}, {"mode", "string"}}),
               meta->metaOperation("setRate")->parameterMap());
     PortImpl port("port");
     port.text = "up";
     port.serialNumber = "S1";
     const Port client(&port);
     std::string mode = "fast";
-    EXPECT_EQ(50U, client.setRate(5, mode));
+    unsigned effective = 0;
+    EXPECT_EQ(50U, client.setRate(5, mode, effective));
     EXPECT_EQ("fast?", mode);
+    EXPECT_EQ(50U, effective);
     client.label("down");
     EXPECT_EQ("down", port.text);
     EXPECT_EQ("down", client.label());
     EXPECT_EQ("S1", client.serial());
+    client.speed(9600);
+    port.faultCount = 3;
+    EXPECT_EQ(9600U, client.speed());
+    EXPECT_EQ(3U, client.faults());
+    EXPECT_NE(nullptr, meta->metaAttribute("speed")->metaOperSet());
+    EXPECT_EQ(nullptr, meta->metaAttribute("faults")->metaOperSet());
     client.blink();
     client.reset();
     EXPECT_EQ(1, port.blinks);

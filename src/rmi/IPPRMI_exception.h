@@ -30,6 +30,22 @@ public:
         data_.extract(exception);
     }
 
+    /** Type and data of an exception. */
+    template <class T>
+    void raise(const T &exception) {
+        setExceptionType(T::getExceptionClassType());
+        setExceptionData(exception);
+    }
+    /** Whether it is an exception of this class, and all of it has arrived; then it is in `exception`. */
+    template <class T>
+    bool holds(T &exception) {
+        if (type_ != T::getExceptionClassType()) {
+            return false;
+        }
+        getExceptionData(exception);
+        return !data_.hasUnmarshallingFailed();
+    }
+
     friend REFLECTORB_API TipprmiStream &operator<<(TipprmiStream &stream, const TipprmiExceptionContainer &container);
     friend REFLECTORB_API TipprmiStream &operator>>(TipprmiStream &stream, TipprmiExceptionContainer &container);
 

@@ -6,6 +6,8 @@
 #include "rmi/IPPRMI_any.h"
 #include "rmi/IPPRMI_stream.h"
 
+#include <array>
+#include <cstddef>
 #include <string>
 
 // Each value's bytes on the wire; readers overwrite their target also when the stream fails.
@@ -45,6 +47,22 @@ REFLECTORB_API TipprmiStream &operator>>(TipprmiStream &stream, Transport::Termi
 /** 4 bytes, big-endian. Reading only skips them: what arrives keeps the namespace of the variable it is read into. */
 REFLECTORB_API TipprmiStream &operator<<(TipprmiStream &stream, NamespaceId value);
 REFLECTORB_API TipprmiStream &operator>>(TipprmiStream &stream, NamespaceId &value);
+
+/** The elements; an array has no count. */
+template <class T, std::size_t Length>
+TipprmiStream &operator<<(TipprmiStream &stream, const std::array<T, Length> &array) {
+    for (const T &element : array) {
+        stream << element;
+    }
+    return stream;
+}
+template <class T, std::size_t Length>
+TipprmiStream &operator>>(TipprmiStream &stream, std::array<T, Length> &array) {
+    for (T &element : array) {
+        stream >> element;
+    }
+    return stream;
+}
 
 /** Any other pointer would be written as a bool. */
 TipprmiStream &operator<<(TipprmiStream &stream, const void *value) = delete;

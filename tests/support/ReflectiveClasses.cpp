@@ -1,221 +1,100 @@
 #include "support/ReflectiveClasses.h"
 
-#include "rmi/CallHelper.h"
+#include "rmi/Method.h"
 #include "threads/HandlerState.h"
-
-#include <functional>
-#include <utility>
 
 namespace Testing {
 namespace {
 
-using Parameters = TipprmiSequence<TipprmiAny>;
+// The operations of each interface, in the order of their codes.
 
-// An array has no count.
+constexpr TipprmiMethod<EquipmentSkeleton, std::string> kGetserial{"getserial", Equipment::CLASS_ID,
+                                                                   Equipment::mcGetserial, &EquipmentSkeleton::serial};
+constexpr TipprmiMethod<EquipmentSkeleton, TreflectObject> kGetcarrier{
+    "getcarrier", Equipment::CLASS_ID, Equipment::mcGetcarrier, &EquipmentSkeleton::carrier};
+constexpr TipprmiMethod<EquipmentSkeleton, void> kReset{"reset", Equipment::CLASS_ID, Equipment::mcReset,
+                                                        &EquipmentSkeleton::reset};
 
-TipprmiStream &operator<<(TipprmiStream &stream, const Lanes &lanes) {
-    for (const TreflectObject &lane : lanes) {
-        stream << lane;
-    }
-    return stream;
-}
-
-TipprmiStream &operator>>(TipprmiStream &stream, Lanes &lanes) {
-    for (TreflectObject &lane : lanes) {
-        stream >> lane;
-    }
-    return stream;
-}
-
-template <class T>
-void add(Parameters &parameters, const T &value) {
-    TipprmiAny any;
-    any << value;
-    parameters.push_back(any);
-}
-
-/** One call of a method, at either side: result and arguments are the caller's variables. */
-class Method : public ClientCallHookBaseV, public InParamHook, public OutParamHook {
-public:
-    explicit Method(const char *name) : name_(name) {}
-
-    void invoke() const override { run(); }
-    void insertParameters(Parameters &parameters) const override { arguments(parameters); }
-    void insertResult(Parameters &parameters) const override {
-        result(parameters);
-        arguments(parameters);
-    }
-    const char *operationName() const override { return name_; }
-    void evaluateResponse(TipprmiStream &response) const override { readResult(response); }
-    void marshallIn(TipprmiStream &request) const override { write(request); }
-    void unmarshallOut(TipprmiStream &response) const override { readOut(response); }
-
-    std::function<void()> run = [] {};
-    std::function<void(Parameters &)> arguments = [](Parameters &) {};
-    std::function<void(Parameters &)> result = [](Parameters &parameters) { parameters.push_back(TipprmiAny()); };
-    std::function<void(TipprmiStream &)> readResult = [](TipprmiStream &) {};
-    std::function<void(TipprmiStream &)> write = [](TipprmiStream &) {};
-    std::function<void(TipprmiStream &)> readOut = [](TipprmiStream &) {};
-
-private:
-    const char *const name_;
-};
-
-template <class Server, class T>
-Method getter(const char *name, Server *server, T (Server::*function)(), T &value) {
-    Method method(name);
-    method.run = [=, &value] { value = (server->*function)(); };
-    method.result = [&value](Parameters &parameters) { add(parameters, value); };
-    method.readResult = [&value](TipprmiStream &response) { response >> value; };
-    return method;
-}
-
-template <class Server>
-Method command(const char *name, Server *server, void (Server::*function)()) {
-    Method method(name);
-    method.run = [=] { (server->*function)(); };
-    return method;
-}
-
-Method setlabel(PortSkeleton *server, const std::string &value) {
-    Method method("setlabel");
-    method.run = [server, &value] { server->label(value); };
-    method.arguments = [&value](Parameters &parameters) { add(parameters, value); };
-    method.write = [&value](TipprmiStream &request) { request << value; };
-    return method;
-}
-
-Method setRate(PortSkeleton *server, const unsigned &bps, std::string &mode, unsigned &result) {
-    Method method("setRate");
-    method.run = [server, &bps, &mode, &result] { result = server->setRate(bps, mode); };
-    method.arguments = [&bps, &mode](Parameters &parameters) {
-        add(parameters, bps);
-        add(parameters, mode);
-    };
-    method.result = [&result](Parameters &parameters) { add(parameters, result); };
-    method.readResult = [&result](TipprmiStream &response) { response >> result; };
-    method.write = [&bps, &mode](TipprmiStream &request) { request << bps << mode; };
-    method.readOut = [&mode](TipprmiStream &response) { response >> mode; };
-    return method;
-}
-
-/** Here only if the object is of the class: any other is called as a remote one, and refuses. */
-template <class Server>
-Server *here(const TipprmiObjectClient &client) {
-    return dynamic_cast<Server *>(client.getServer());
-}
-
-void call(const TipprmiObjectClient &client, TreflectServerObject *server, const Method &method, unsigned cc,
-          unsigned mc, bool transaction = true) {
-    if (TreflectObjectStub *stub = client.getStub_()) {
-        ClientCallHelper(method, method, method, *stub, server, cc, mc, transaction);
-    }
-}
-
-template <class Server, class T>
-T read(const TipprmiObjectClient &client, const char *name, T (Server::*function)(), unsigned cc, unsigned mc) {
-    auto *const server = here<Server>(client);
-    T value{};
-    call(client, server, getter(name, server, function, value), cc, mc);
-    return value;
-}
-
-/** What a dispatch() was given. */
-struct Request {
-    bool transaction;
-    unsigned cc;
-    unsigned mc;
-    TipprmiStream &arguments;
-    TipprmiStream &response;
-
-    bool complete() const {
-        if (arguments.hasUnmarshallingFailed()) {
-            arguments.printUnmarshallError(cc, mc);
-            return false;
-        }
-        return true;
-    }
-    /** Observers are told as for a call of this process. */
-    template <class Server>
-    bool answer(Server &server, const Method &method) const {
-        call(*server.getClient(), &server, method, cc, mc, transaction);
-        server.prepareResponseStream_(response);
-        return true;
-    }
-    template <class Server, class T>
-    bool answerRead(Server &server, const char *name, T (Server::*function)()) const {
-        T value{};
-        answer(server, getter(name, &server, function, value));
-        response << value;
-        return true;
-    }
-};
-
-bool answerSetlabel(PortSkeleton &port, const Request &request) {
-    std::string value;
-    request.arguments >> value;
-    return request.complete() && request.answer(port, setlabel(&port, value));
-}
-
-bool answerSetRate(PortSkeleton &port, const Request &request) {
-    unsigned bps = 0;
-    unsigned result = 0;
-    std::string mode;
-    request.arguments >> bps >> mode;
-    if (!request.complete()) {
-        return false;
-    }
-    request.answer(port, setRate(&port, bps, mode, result));
-    request.response << result << mode;
-    return true;
-}
+constexpr TipprmiMethod<PortSkeleton, std::string> kGetlabel{"getlabel", Port::CLASS_ID, Port::mcGetlabel,
+                                                             &PortSkeleton::label};
+constexpr TipprmiMethod<PortSkeleton, void, TipprmiIn<std::string>> kSetlabel{"setlabel", Port::CLASS_ID,
+                                                                              Port::mcSetlabel, &PortSkeleton::label};
+constexpr TipprmiMethod<PortSkeleton, unsigned> kGetspeed{"getspeed", Port::CLASS_ID, Port::mcGetspeed,
+                                                          &PortSkeleton::speed};
+constexpr TipprmiMethod<PortSkeleton, void, TipprmiIn<unsigned>> kSetspeed{"setspeed", Port::CLASS_ID, Port::mcSetspeed,
+                                                                           &PortSkeleton::speed};
+constexpr TipprmiMethod<PortSkeleton, unsigned> kGetfaults{"getfaults", Port::CLASS_ID, Port::mcGetfaults,
+                                                           &PortSkeleton::faults};
+constexpr TipprmiMethod<PortSkeleton, TipprmiSequence<TreflectObject>> kGetmembers{
+    "getmembers", Port::CLASS_ID, Port::mcGetmembers, &PortSkeleton::members};
+constexpr TipprmiMethod<PortSkeleton, Lanes> kGetlanes{"getlanes", Port::CLASS_ID, Port::mcGetlanes,
+                                                       &PortSkeleton::lanes};
+constexpr TipprmiMethod<PortSkeleton, unsigned, TipprmiIn<unsigned>, TipprmiInOut<std::string>, TipprmiOut<unsigned>,
+                        TipprmiRaises<Busy>>
+    kSetRate{"setRate", Port::CLASS_ID, Port::mcSetRate, &PortSkeleton::setRate};
+constexpr TipprmiMethod<PortSkeleton, void> kBlink{"blink", Port::CLASS_ID, Port::mcBlink, &PortSkeleton::blink, false};
 
 const TreflectMetaObject *const atLoad[] __attribute__((used)) = {EquipmentMeta::instance(), PortMeta::instance()};
 
 } // namespace
 
+TipprmiStream &operator<<(TipprmiStream &stream, const Busy &exception) {
+    return stream << exception.reason << exception.retryAfter;
+}
+
+TipprmiStream &operator>>(TipprmiStream &stream, Busy &exception) {
+    return stream >> exception.reason >> exception.retryAfter;
+}
+
 // --- clients --------------------------------------------------------------------------------------------------------
 
 std::string Equipment::serial() const {
-    return read(*this, "getserial", &EquipmentSkeleton::serial, CLASS_ID, mcGetserial);
+    return kGetserial.call(*this);
 }
 
 TreflectObject Equipment::carrier() const {
-    return read(*this, "getcarrier", &EquipmentSkeleton::carrier, CLASS_ID, mcGetcarrier);
+    return kGetcarrier.call(*this);
 }
 
 void Equipment::reset() const {
-    auto *const server = here<EquipmentSkeleton>(*this);
-    call(*this, server, command("reset", server, &EquipmentSkeleton::reset), CLASS_ID, mcReset);
+    kReset.call(*this);
 }
 
 std::string Port::label() const {
-    return read<PortSkeleton, std::string>(*this, "getlabel", &PortSkeleton::label, CLASS_ID, mcGetlabel);
+    return kGetlabel.call(*this);
 }
 
 void Port::label(const std::string &value) const {
-    auto *const server = here<PortSkeleton>(*this);
-    call(*this, server, setlabel(server, value), CLASS_ID, mcSetlabel);
+    kSetlabel.call(*this, value);
+}
+
+unsigned Port::speed() const {
+    return kGetspeed.call(*this);
+}
+
+void Port::speed(unsigned value) const {
+    kSetspeed.call(*this, value);
+}
+
+unsigned Port::faults() const {
+    return kGetfaults.call(*this);
 }
 
 TipprmiSequence<TreflectObject> Port::members() const {
-    return read(*this, "getmembers", &PortSkeleton::members, CLASS_ID, mcGetmembers);
+    return kGetmembers.call(*this);
 }
 
 Lanes Port::lanes() const {
-    return read(*this, "getlanes", &PortSkeleton::lanes, CLASS_ID, mcGetlanes);
+    return kGetlanes.call(*this);
 }
 
-unsigned Port::setRate(unsigned bps, std::string &mode) const {
-    auto *const server = here<PortSkeleton>(*this);
-    unsigned result = 0;
-    call(*this, server, Testing::setRate(server, bps, mode, result), CLASS_ID, mcSetRate);
-    return result;
+unsigned Port::setRate(unsigned bps, std::string &mode, unsigned &effective, TipprmiExceptionContainer *raised) const {
+    TipprmiExceptionContainer nobodys;
+    return kSetRate.call(*this, bps, mode, effective, raised != nullptr ? *raised : nobodys);
 }
 
 void Port::blink() const {
-    auto *const server = here<PortSkeleton>(*this);
-    call(*this, server, command("blink", server, &PortSkeleton::blink), CLASS_ID, mcBlink, false);
+    kBlink.call(*this);
 }
 
 // --- skeletons ------------------------------------------------------------------------------------------------------
@@ -251,14 +130,13 @@ TipprmiSequence<unsigned> PortSkeleton::getServerClassIdSeq() const {
 
 bool EquipmentSkeleton::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                                  TipprmiStream &response) {
-    const Request call{transaction, cc, mc, request, response};
     switch (cc == Equipment::CLASS_ID ? mc : 0) {
     case Equipment::mcGetserial:
-        return call.answerRead(*this, "getserial", &EquipmentSkeleton::serial);
+        return kGetserial.answer(*this, request, response);
     case Equipment::mcGetcarrier:
-        return call.answerRead(*this, "getcarrier", &EquipmentSkeleton::carrier);
+        return kGetcarrier.answer(*this, request, response);
     case Equipment::mcReset:
-        return call.answer(*this, command("reset", this, &EquipmentSkeleton::reset));
+        return kReset.answer(*this, request, response);
     default:
         return TreflectServerObject::dispatch(transaction, cc, mc, request, response);
     }
@@ -266,20 +144,25 @@ bool EquipmentSkeleton::dispatch(bool transaction, unsigned cc, unsigned mc, Tip
 
 bool PortSkeleton::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                             TipprmiStream &response) {
-    const Request call{transaction, cc, mc, request, response};
     switch (cc == Port::CLASS_ID ? mc : 0) {
     case Port::mcGetlabel:
-        return call.answerRead<PortSkeleton, std::string>(*this, "getlabel", &PortSkeleton::label);
+        return kGetlabel.answer(*this, request, response);
     case Port::mcSetlabel:
-        return answerSetlabel(*this, call);
+        return kSetlabel.answer(*this, request, response);
+    case Port::mcGetspeed:
+        return kGetspeed.answer(*this, request, response);
+    case Port::mcSetspeed:
+        return kSetspeed.answer(*this, request, response);
+    case Port::mcGetfaults:
+        return kGetfaults.answer(*this, request, response);
     case Port::mcGetmembers:
-        return call.answerRead(*this, "getmembers", &PortSkeleton::members);
+        return kGetmembers.answer(*this, request, response);
     case Port::mcGetlanes:
-        return call.answerRead(*this, "getlanes", &PortSkeleton::lanes);
+        return kGetlanes.answer(*this, request, response);
     case Port::mcSetRate:
-        return answerSetRate(*this, call);
+        return kSetRate.answer(*this, request, response);
     case Port::mcBlink:
-        return call.answer(*this, command("blink", this, &PortSkeleton::blink));
+        return kBlink.answer(*this, request, response);
     default:
         return EquipmentSkeleton::dispatch(transaction, cc, mc, request, response);
     }
@@ -321,19 +204,22 @@ void PortMeta::completeMetaInformation() {
     EquipmentMeta *const equipment = EquipmentMeta::instance();
     equipment->completeMetaInformation(); // its getters may be needed here
     registerParent(equipment);
-    static const MetaOpData operations[] = {{"getlabel", Port::mcGetlabel},     {"setlabel", Port::mcSetlabel},
-                                            {"getmembers", Port::mcGetmembers}, {"getlanes", Port::mcGetlanes},
-                                            {"setRate", Port::mcSetRate},       {"blink", Port::mcBlink}};
-    static const MetaAttrData attributes[] = {{"label"}};
-    completeMetaInformationHelper(operations, 6, attributes, 1);
+    static const MetaOpData operations[] = {
+        {"getlabel", Port::mcGetlabel}, {"setlabel", Port::mcSetlabel},   {"getspeed", Port::mcGetspeed},
+        {"setspeed", Port::mcSetspeed}, {"getfaults", Port::mcGetfaults}, {"getmembers", Port::mcGetmembers},
+        {"getlanes", Port::mcGetlanes}, {"setRate", Port::mcSetRate},     {"blink", Port::mcBlink}};
+    static const MetaAttrData attributes[] = {{"label"}, {"speed"}, {"faults"}};
+    completeMetaInformationHelper(operations, 9, attributes, 3);
     auto *const members = new TreflectSequenceMetaAttribute("members", this, metaOperation_("getmembers"), nullptr, 0);
     members->registerType(equipment);
     registerAttribute(members);
     auto *const lanes = new TreflectArrayMetaAttribute("lanes", this, metaOperation_("getlanes"), nullptr, 4);
     lanes->registerType(equipment);
     registerAttribute(lanes);
-    metaOperation_("setRate")->registerParameter("bps", "unsigned long");
-    metaOperation_("setRate")->registerParameter("mode", "string");
+    TreflectMetaOperation *const rate = metaOperation_("setRate");
+    rate->registerParameter("bps", "unsigned long");
+    rate->registerParameter("mode", "string");
+    rate->registerParameter("effective", "unsigned long");
 }
 
 } // namespace Testing

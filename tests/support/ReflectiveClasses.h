@@ -3,7 +3,9 @@
 #include "objects/REFLECT_object.h"
 #include "objects/REFLECT_serverObject.h"
 #include "reflection/REFLECT_metaObject.h"
+#include "rmi/IPPRMI_exception.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <string>
@@ -12,6 +14,10 @@ namespace Testing {
 
 // What a compiler of interfaces would write for
 //
+//     exception Busy {
+//         string reason;
+//         unsigned long retryAfter;
+//     };
 //     interface Equipment {
 //         readonly attribute string serial;
 //         readonly attribute Equipment carrier;
@@ -19,9 +25,11 @@ namespace Testing {
 //     };
 //     interface Port : Equipment {
 //         attribute string label;
+//         attribute unsigned long speed;
+//         readonly attribute unsigned long faults;
 //         readonly attribute sequence<Equipment> members;
 //         readonly attribute Equipment lanes[4];
-//         unsigned long setRate(in unsigned long bps, inout string mode);
+//         unsigned long setRate(in unsigned long bps, inout string mode, out unsigned long effective) raises (Busy);
 //         oneway void blink();
 //     };
 //
@@ -30,6 +38,15 @@ namespace Testing {
 class EquipmentSkeleton;
 class PortSkeleton;
 using Lanes = std::array<TreflectObject, 4>;
+
+struct Busy {
+    static constexpr unsigned getExceptionClassType() noexcept { return 0x2B5C0D11U; }
+
+    std::string reason;
+    unsigned retryAfter = 0;
+};
+TipprmiStream &operator<<(TipprmiStream &stream, const Busy &exception);
+TipprmiStream &operator>>(TipprmiStream &stream, Busy &exception);
 
 /** Handles have no fields, so they all come from one pool. */
 class Equipment : public TreflectObject {
@@ -50,7 +67,17 @@ public:
 class Port : public Equipment {
 public:
     enum : unsigned { CLASS_ID = 0x5A3C10F1U };
-    enum : unsigned { mcGetlabel = Equipment::mcEnd, mcSetlabel, mcGetmembers, mcGetlanes, mcSetRate, mcBlink };
+    enum : unsigned {
+        mcGetlabel = Equipment::mcEnd,
+        mcSetlabel,
+        mcGetspeed,
+        mcSetspeed,
+        mcGetfaults,
+        mcGetmembers,
+        mcGetlanes,
+        mcSetRate,
+        mcBlink
+    };
 
     Port() = default;
     explicit Port(const TipprmiOID &oid) : Equipment(oid) {}
@@ -59,9 +86,14 @@ public:
 
     std::string label() const;
     void label(const std::string &value) const;
+    unsigned speed() const;
+    void speed(unsigned value) const;
+    unsigned faults() const;
     TipprmiSequence<TreflectObject> members() const;
     Lanes lanes() const;
-    unsigned setRate(unsigned bps, std::string &mode) const;
+    /** Busy may be raised. */
+    unsigned setRate(unsigned bps, std::string &mode, unsigned &effective,
+                     TipprmiExceptionContainer *raised = nullptr) const;
     void blink() const;
 };
 
@@ -115,9 +147,13 @@ public:
 
     virtual std::string label() = 0;
     virtual void label(const std::string &value) = 0;
+    virtual unsigned speed() = 0;
+    virtual void speed(unsigned value) = 0;
+    virtual unsigned faults() = 0;
     virtual TipprmiSequence<TreflectObject> members() = 0;
     virtual Lanes lanes() = 0;
-    virtual unsigned setRate(unsigned bps, std::string &mode) = 0;
+    virtual unsigned setRate(unsigned bps, std::string &mode, unsigned &effective,
+                             TipprmiExceptionContainer &raised) = 0;
     virtual void blink() = 0;
 };
 
@@ -149,17 +185,29 @@ public:
 
     std::string label() override { return text; }
     void label(const std::string &value) override { text = value; }
+    unsigned speed() override { return ownSpeed; }
+    void speed(unsigned value) override { ownSpeed = value; }
+    unsigned faults() override { return faultCount; }
     TipprmiSequence<TreflectObject> members() override { return memberList; }
     Lanes lanes() override { return laneList; }
-    /** Ten times the rate; "?" is put behind the mode. */
-    unsigned setRate(unsigned bps, std::string &mode) override {
+    /** Ten times the rate, of which at most 1000 takes effect; "?" is put behind the mode. Or Busy, if that is asked
+     *  for. */
+    unsigned setRate(unsigned bps, std::string &mode, unsigned &effective, TipprmiExceptionContainer &raised) override {
         ++rateCalls;
+        if (busy.retryAfter != 0) {
+            raised.raise(busy);
+            return 0;
+        }
         mode += "?";
+        effective = std::min(bps * 10, 1000U);
         return bps * 10;
     }
     void blink() override { ++blinks; }
 
     std::string text;
+    unsigned ownSpeed = 0;
+    unsigned faultCount = 0;
+    Busy busy;
     TipprmiSequence<TreflectObject> memberList;
     Lanes laneList;
     std::atomic<int> rateCalls{0};
