@@ -1,0 +1,31 @@
+#include "ChassisWatch.h"
+
+#include "Chassis.h"
+#include "threads/HandlerState.h"
+
+#include <cstdint>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+ChassisWatch *ChassisWatch::make() {
+    const int event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    return event >= 0 ? new ChassisWatch(event) : nullptr;
+}
+
+ChassisWatch::ChassisWatch(int event)
+    : TreflectObserver(TipprmiOID(nullptr, NamespaceId(1)), nullptr, "chassisWatch"), event_(event) {}
+
+/** Told without the run permission, by a thread of the broker: what there is to do is done by the main one. */
+bool ChassisWatch::detected() {
+    const TreflectHandlerState state(true);
+    found_ = *getSource();
+    const std::uint64_t one = 1;
+    static_cast<void>(!::write(event_, &one, sizeof one));
+    return true;
+}
+
+TreflectObject ChassisWatch::take() {
+    std::uint64_t count = 0;
+    static_cast<void>(!::read(event_, &count, sizeof count));
+    return found_;
+}
