@@ -213,8 +213,8 @@ private:
 
     private:
         template <class Function>
-        void each(const Function &function) const {
-            std::apply(function, arguments_);
+        void each(const Function &visit) const {
+            std::apply(visit, arguments_);
         }
 
         const TipprmiMethod &method_;

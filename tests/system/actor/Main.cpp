@@ -21,7 +21,7 @@
  *   noted                                one-way calls that came         -> "noted N"
  *   counters | dump                      -> "counters ..." lines, "end" | "ok", and lines in the log
  *   counts                               what the library holds          -> "counts ...", see Counts.h
- *   object ... | events ...              see Objects.h, Events.h
+ *   object ... | events ... | port ...   see Objects.h, Events.h, Ports.h
  *   torment | progress | rest            see Torture.h
  *   enter | forked | segv | exit [STATUS] | exitworker
  */
@@ -30,6 +30,7 @@
 #include "Events.h"
 #include "Objects.h"
 #include "Output.h"
+#include "Ports.h"
 #include "Probe.h"
 #include "Service.h"
 #include "Torture.h"
@@ -296,6 +297,7 @@ constexpr Command kCommands[] = {
     {"counts", &onCounts},
     {"object", &onObject},
     {"events", &onEvents},
+    {"port", &onPort},
     {"torment", &onTorment},
     {"progress", &onProgress},
     {"rest", &onRest},

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <sstream>
+
+/*
+ * Objects of a class as a compiler of interfaces would make it, see support/ReflectiveClasses.h:
+ *   port make NAME                    with serial "S-NAME"                       -> "port made"
+ *   port busy NAME SECONDS REASON     setRate raises that, with 0 it does not    -> "port ok"
+ *   port broken NAME KIND             setRate raises an exception that is not whole: empty, short, wild, or none of
+ *                                     that                                       -> "port ok"
+ *   port join NAME MEMBER...          its members from now on, and its lanes     -> "port ok"
+ *   port rate NAME BPS MODE           -> "port RESULT MODE EFFECTIVE", "... failed" or "... busy REASON SECONDS"
+ *   port label|speed NAME [VALUE]     sets it, if a value is given, and reads it -> "port VALUE"
+ *   port faults|serial NAME           -> "port VALUE"
+ *   port members|lanes NAME           identifiers, "-" for none                  -> "port NAME NAME ..."
+ *   port blink NAME                   one-way                                    -> "port ok"
+ *   port blinks NAME                  how often, here                            -> "port COUNT"
+ *   port number|text NAME ATTRIBUTE   read by name                               -> "port CODE VALUE"
+ *   port element NAME ATTRIBUTE INDEX identifier of an element, read by name     -> "port CODE NAME"
+ *   port set NAME ATTRIBUTE           calls its setter by name, without value    -> "port CODE"
+ */
+void onPort(std::istringstream &arguments);
