@@ -5,7 +5,7 @@
 namespace {
 
 void refuse(TipprmiExceptionContainer &raised, const Failure &failure) {
-    raise(raised, PortRefused{static_cast<unsigned>(failure.code), failure.reason});
+    raised.raise(PortRefused{static_cast<unsigned>(failure.code), failure.reason});
 }
 
 PortCounters countersOf(const Link &link) {
@@ -122,12 +122,13 @@ void PortObject::counters(PortCounters &counters, Raised &raised) {
     counters = countersOf(read(raised));
 }
 
-void PortObject::stateChanged(const PortState &, Raised &) {}
+void PortObject::stateChanged(const std::string &, const std::string &, unsigned, Raised &) {}
 
 void PortObject::update(const Link &link) {
     const PortState state = stateOf(link);
     if (state != state_) {
         state_ = state;
-        getClient()->stateChanged(state); // by way of the client, which tells the observers
+        getClient()->stateChanged(state.adminState, state.operState,
+                                  state.mtu); // by way of the client, which tells the observers
     }
 }

@@ -31,7 +31,8 @@ public:
     void setMtu(unsigned mtu, Raised &raised) override;
     void setAdminState(bool up, Raised &raised) override;
     void counters(PortCounters &counters, Raised &raised) override;
-    void stateChanged(const PortState &state, Raised &raised) override;
+    void stateChanged(const std::string &adminState, const std::string &operState, unsigned mtu,
+                      Raised &raised) override;
 
     unsigned linkIndex() const noexcept { return index_; }
     const std::string &linkName() const noexcept { return name_; }

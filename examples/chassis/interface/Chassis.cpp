@@ -1,25 +1,22 @@
 #include "Chassis.h"
 
-#include "CallHooks.h"
+#include "rmi/Method.h"
 #include "threads/HandlerState.h"
 
 #include <new>
 
 namespace {
 
-using Interface::Operation;
-using Interface::Request;
-
-constexpr Operation<ChassisSkeleton> kOperations[] = {
-    {"getslots", Chassis::mcGetslots, &Interface::answerRead<ChassisSkeleton, &ChassisSkeleton::slots>},
-};
+constexpr TipprmiMethod<ChassisSkeleton, TipprmiSequence<Slot>, TipprmiRaises<>> kGetslots{
+    "getslots", Chassis::CLASS_ID, Chassis::mcGetslots, &ChassisSkeleton::slots};
 
 const TreflectMetaObject *const atLoad __attribute__((used)) = ChassisMeta::instance();
 
 } // namespace
 
 TipprmiSequence<Slot> Chassis::slots(Raised *raised) const {
-    return Interface::Read<&ChassisSkeleton::slots>::from(*this, "getslots", CLASS_ID, mcGetslots, raised);
+    Raised nobodys;
+    return kGetslots.call(*this, raised != nullptr ? *raised : nobodys);
 }
 
 Chassis *ChassisSkeleton::getClient() const {
@@ -38,12 +35,12 @@ TipprmiSequence<unsigned> ChassisSkeleton::getServerClassIdSeq() const {
 
 bool ChassisSkeleton::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                                TipprmiStream &response) {
-    const Operation<ChassisSkeleton> *const operation =
-        cc == Chassis::CLASS_ID ? Interface::find(kOperations, mc) : nullptr;
-    if (operation == nullptr) {
+    switch (cc == Chassis::CLASS_ID ? mc : 0) {
+    case Chassis::mcGetslots:
+        return kGetslots.answer(*this, request, response);
+    default:
         return TreflectServerObject::dispatch(transaction, cc, mc, request, response);
     }
-    return operation->answer(*this, *operation, Request{transaction, cc, mc, request, response});
 }
 
 ChassisMeta *ChassisMeta::instance() {

@@ -1,133 +1,82 @@
 #include "Port.h"
 
-#include "CallHooks.h"
+#include "rmi/Method.h"
 #include "threads/HandlerState.h"
 
 #include <new>
 
 namespace {
 
-using Interface::Operation;
-using Interface::Request;
+using Raises = TipprmiRaises<PortRefused>;
 
-class SetMtu : public Interface::Call {
-public:
-    SetMtu(PortSkeleton *server, unsigned mtu) : Call("setMtu"), server_(server), mtu_(mtu) {}
+template <class T>
+using Read = TipprmiMethod<PortSkeleton, T, Raises>;
 
-    void invoke() const override { server_->setMtu(mtu_, raised); }
-    void insertParameters(TipprmiSequence<TipprmiAny> &parameters) const override {
-        Interface::append(parameters, mtu_);
-    }
-    void marshallIn(TipprmiStream &request) const override { request << mtu_; }
+constexpr Read<std::string> kGetname{"getname", Port::CLASS_ID, Port::mcGetname, &PortSkeleton::name};
+constexpr Read<unsigned> kGetindex{"getindex", Port::CLASS_ID, Port::mcGetindex, &PortSkeleton::index};
+constexpr Read<std::string> kGetmacAddress{"getmacAddress", Port::CLASS_ID, Port::mcGetmacAddress,
+                                           &PortSkeleton::macAddress};
+constexpr Read<unsigned> kGetmtu{"getmtu", Port::CLASS_ID, Port::mcGetmtu, &PortSkeleton::mtu};
+constexpr Read<std::string> kGetadminState{"getadminState", Port::CLASS_ID, Port::mcGetadminState,
+                                           &PortSkeleton::adminState};
+constexpr Read<std::string> kGetoperState{"getoperState", Port::CLASS_ID, Port::mcGetoperState,
+                                          &PortSkeleton::operState};
+constexpr Read<unsigned> kGetspeed{"getspeed", Port::CLASS_ID, Port::mcGetspeed, &PortSkeleton::speed};
+constexpr Read<Counter64> kGetrxBytes{"getrxBytes", Port::CLASS_ID, Port::mcGetrxBytes, &PortSkeleton::rxBytes};
+constexpr Read<Counter64> kGettxBytes{"gettxBytes", Port::CLASS_ID, Port::mcGettxBytes, &PortSkeleton::txBytes};
+constexpr Read<Counter64> kGetrxPackets{"getrxPackets", Port::CLASS_ID, Port::mcGetrxPackets, &PortSkeleton::rxPackets};
+constexpr Read<Counter64> kGettxPackets{"gettxPackets", Port::CLASS_ID, Port::mcGettxPackets, &PortSkeleton::txPackets};
+constexpr Read<Counter64> kGetrxErrors{"getrxErrors", Port::CLASS_ID, Port::mcGetrxErrors, &PortSkeleton::rxErrors};
+constexpr Read<Counter64> kGettxErrors{"gettxErrors", Port::CLASS_ID, Port::mcGettxErrors, &PortSkeleton::txErrors};
+constexpr Read<Counter64> kGetrxDrops{"getrxDrops", Port::CLASS_ID, Port::mcGetrxDrops, &PortSkeleton::rxDrops};
+constexpr Read<Counter64> kGettxDrops{"gettxDrops", Port::CLASS_ID, Port::mcGettxDrops, &PortSkeleton::txDrops};
 
-private:
-    PortSkeleton *const server_;
-    const unsigned mtu_;
-};
+constexpr TipprmiMethod<PortSkeleton, void, TipprmiIn<unsigned>, Raises> kSetMtu{"setMtu", Port::CLASS_ID,
+                                                                                 Port::mcSetMtu, &PortSkeleton::setMtu};
+constexpr TipprmiMethod<PortSkeleton, void, TipprmiIn<bool>, Raises> kSetAdminState{
+    "setAdminState", Port::CLASS_ID, Port::mcSetAdminState, &PortSkeleton::setAdminState};
+constexpr TipprmiMethod<PortSkeleton, void, TipprmiOut<PortCounters>, Raises> kCounters{
+    "counters", Port::CLASS_ID, Port::mcCounters, &PortSkeleton::counters};
+constexpr TipprmiMethod<PortSkeleton, void, TipprmiIn<std::string>, TipprmiIn<std::string>, TipprmiIn<unsigned>,
+                        TipprmiRaises<>>
+    kStateChanged{"stateChanged", Port::CLASS_ID, Port::mcStateChanged, &PortSkeleton::stateChanged};
 
-class SetAdminState : public Interface::Call {
-public:
-    SetAdminState(PortSkeleton *server, bool up) : Call("setAdminState"), server_(server), up_(up) {}
-
-    void invoke() const override { server_->setAdminState(up_, raised); }
-    void insertParameters(TipprmiSequence<TipprmiAny> &parameters) const override {
-        Interface::append(parameters, up_);
-    }
-    void marshallIn(TipprmiStream &request) const override { request << up_; }
-
-private:
-    PortSkeleton *const server_;
-    const bool up_;
-};
-
-class Counters : public Interface::Call {
-public:
-    Counters(PortSkeleton *server, PortCounters &counters) : Call("counters"), server_(server), counters_(counters) {
-        counters_ = PortCounters();
-    }
-
-    void invoke() const override { server_->counters(counters_, raised); }
-    void insertParameters(TipprmiSequence<TipprmiAny> &parameters) const override {
-        Interface::append(parameters, counters_);
-    }
-    void unmarshallOut(TipprmiStream &response) const override { response >> counters_; }
-    void writeAnswer(TipprmiStream &response) const override { response << counters_; }
-
-private:
-    PortSkeleton *const server_;
-    PortCounters &counters_;
-};
-
-class StateChanged : public Interface::Call {
-public:
-    StateChanged(PortSkeleton *server, const PortState &state) : Call("stateChanged"), server_(server), state_(state) {}
-
-    void invoke() const override { server_->stateChanged(state_, raised); }
-    void insertParameters(TipprmiSequence<TipprmiAny> &parameters) const override {
-        Interface::append(parameters, state_.adminState);
-        Interface::append(parameters, state_.operState);
-        Interface::append(parameters, state_.mtu);
-    }
-    void marshallIn(TipprmiStream &request) const override {
-        request << state_.adminState << state_.operState << state_.mtu;
-    }
-
-private:
-    PortSkeleton *const server_;
-    const PortState &state_;
-};
-
-bool answerSetMtu(PortSkeleton &port, const Operation<PortSkeleton> &, const Request &request) {
-    unsigned mtu = 0;
-    request.arguments >> mtu;
-    return request.complete() && request.answer(port, SetMtu(&port, mtu));
+template <const auto &Method>
+bool answer(PortSkeleton &port, TipprmiStream &request, TipprmiStream &response) {
+    return Method.answer(port, request, response);
 }
 
-bool answerSetAdminState(PortSkeleton &port, const Operation<PortSkeleton> &, const Request &request) {
-    bool up = false;
-    request.arguments >> up;
-    return request.complete() && request.answer(port, SetAdminState(&port, up));
-}
-
-bool answerCounters(PortSkeleton &port, const Operation<PortSkeleton> &, const Request &request) {
-    PortCounters counters;
-    return request.answer(port, Counters(&port, counters));
-}
-
-bool answerStateChanged(PortSkeleton &port, const Operation<PortSkeleton> &, const Request &request) {
-    PortState state;
-    request.arguments >> state.adminState >> state.operState >> state.mtu;
-    return request.complete() && request.answer(port, StateChanged(&port, state));
-}
-
-template <auto Getter>
-constexpr auto read = &Interface::answerRead<PortSkeleton, Getter>;
-
-constexpr Operation<PortSkeleton> kOperations[] = {
-    {"getname", Port::mcGetname, read<&PortSkeleton::name>},
-    {"getindex", Port::mcGetindex, read<&PortSkeleton::index>},
-    {"getmacAddress", Port::mcGetmacAddress, read<&PortSkeleton::macAddress>},
-    {"getmtu", Port::mcGetmtu, read<&PortSkeleton::mtu>},
-    {"getadminState", Port::mcGetadminState, read<&PortSkeleton::adminState>},
-    {"getoperState", Port::mcGetoperState, read<&PortSkeleton::operState>},
-    {"getspeed", Port::mcGetspeed, read<&PortSkeleton::speed>},
-    {"getrxBytes", Port::mcGetrxBytes, read<&PortSkeleton::rxBytes>},
-    {"gettxBytes", Port::mcGettxBytes, read<&PortSkeleton::txBytes>},
-    {"getrxPackets", Port::mcGetrxPackets, read<&PortSkeleton::rxPackets>},
-    {"gettxPackets", Port::mcGettxPackets, read<&PortSkeleton::txPackets>},
-    {"getrxErrors", Port::mcGetrxErrors, read<&PortSkeleton::rxErrors>},
-    {"gettxErrors", Port::mcGettxErrors, read<&PortSkeleton::txErrors>},
-    {"getrxDrops", Port::mcGetrxDrops, read<&PortSkeleton::rxDrops>},
-    {"gettxDrops", Port::mcGettxDrops, read<&PortSkeleton::txDrops>},
-    {"setMtu", Port::mcSetMtu, &answerSetMtu},
-    {"setAdminState", Port::mcSetAdminState, &answerSetAdminState},
-    {"counters", Port::mcCounters, &answerCounters},
-    {"stateChanged", Port::mcStateChanged, &answerStateChanged},
+struct Operation {
+    unsigned mc;
+    bool (*answer)(PortSkeleton &port, TipprmiStream &request, TipprmiStream &response);
 };
 
-template <auto Getter>
-auto get(const Port &port, unsigned mc, Port::Raised *raised) {
-    return Interface::Read<Getter>::from(port, Interface::find(kOperations, mc)->name, Port::CLASS_ID, mc, raised);
+constexpr Operation kOperations[] = {
+    {Port::mcGetname, answer<kGetname>},
+    {Port::mcGetindex, answer<kGetindex>},
+    {Port::mcGetmacAddress, answer<kGetmacAddress>},
+    {Port::mcGetmtu, answer<kGetmtu>},
+    {Port::mcGetadminState, answer<kGetadminState>},
+    {Port::mcGetoperState, answer<kGetoperState>},
+    {Port::mcGetspeed, answer<kGetspeed>},
+    {Port::mcGetrxBytes, answer<kGetrxBytes>},
+    {Port::mcGettxBytes, answer<kGettxBytes>},
+    {Port::mcGetrxPackets, answer<kGetrxPackets>},
+    {Port::mcGettxPackets, answer<kGettxPackets>},
+    {Port::mcGetrxErrors, answer<kGetrxErrors>},
+    {Port::mcGettxErrors, answer<kGettxErrors>},
+    {Port::mcGetrxDrops, answer<kGetrxDrops>},
+    {Port::mcGettxDrops, answer<kGettxDrops>},
+    {Port::mcSetMtu, answer<kSetMtu>},
+    {Port::mcSetAdminState, answer<kSetAdminState>},
+    {Port::mcCounters, answer<kCounters>},
+    {Port::mcStateChanged, answer<kStateChanged>},
+};
+
+template <class T>
+T read(const Port &port, const Read<T> &method, Port::Raised *raised) {
+    Port::Raised nobodys;
+    return method.call(port, raised != nullptr ? *raised : nobodys);
 }
 
 } // namespace
@@ -135,69 +84,70 @@ auto get(const Port &port, unsigned mc, Port::Raised *raised) {
 // --- client ---------------------------------------------------------------------------------------------------------
 
 std::string Port::name(Raised *raised) const {
-    return get<&PortSkeleton::name>(*this, mcGetname, raised);
+    return read(*this, kGetname, raised);
 }
 unsigned Port::index(Raised *raised) const {
-    return get<&PortSkeleton::index>(*this, mcGetindex, raised);
+    return read(*this, kGetindex, raised);
 }
 std::string Port::macAddress(Raised *raised) const {
-    return get<&PortSkeleton::macAddress>(*this, mcGetmacAddress, raised);
+    return read(*this, kGetmacAddress, raised);
 }
 unsigned Port::mtu(Raised *raised) const {
-    return get<&PortSkeleton::mtu>(*this, mcGetmtu, raised);
+    return read(*this, kGetmtu, raised);
 }
 std::string Port::adminState(Raised *raised) const {
-    return get<&PortSkeleton::adminState>(*this, mcGetadminState, raised);
+    return read(*this, kGetadminState, raised);
 }
 std::string Port::operState(Raised *raised) const {
-    return get<&PortSkeleton::operState>(*this, mcGetoperState, raised);
+    return read(*this, kGetoperState, raised);
 }
 unsigned Port::speed(Raised *raised) const {
-    return get<&PortSkeleton::speed>(*this, mcGetspeed, raised);
+    return read(*this, kGetspeed, raised);
 }
 Counter64 Port::rxBytes(Raised *raised) const {
-    return get<&PortSkeleton::rxBytes>(*this, mcGetrxBytes, raised);
+    return read(*this, kGetrxBytes, raised);
 }
 Counter64 Port::txBytes(Raised *raised) const {
-    return get<&PortSkeleton::txBytes>(*this, mcGettxBytes, raised);
+    return read(*this, kGettxBytes, raised);
 }
 Counter64 Port::rxPackets(Raised *raised) const {
-    return get<&PortSkeleton::rxPackets>(*this, mcGetrxPackets, raised);
+    return read(*this, kGetrxPackets, raised);
 }
 Counter64 Port::txPackets(Raised *raised) const {
-    return get<&PortSkeleton::txPackets>(*this, mcGettxPackets, raised);
+    return read(*this, kGettxPackets, raised);
 }
 Counter64 Port::rxErrors(Raised *raised) const {
-    return get<&PortSkeleton::rxErrors>(*this, mcGetrxErrors, raised);
+    return read(*this, kGetrxErrors, raised);
 }
 Counter64 Port::txErrors(Raised *raised) const {
-    return get<&PortSkeleton::txErrors>(*this, mcGettxErrors, raised);
+    return read(*this, kGettxErrors, raised);
 }
 Counter64 Port::rxDrops(Raised *raised) const {
-    return get<&PortSkeleton::rxDrops>(*this, mcGetrxDrops, raised);
+    return read(*this, kGetrxDrops, raised);
 }
 Counter64 Port::txDrops(Raised *raised) const {
-    return get<&PortSkeleton::txDrops>(*this, mcGettxDrops, raised);
+    return read(*this, kGettxDrops, raised);
 }
 
 void Port::setMtu(unsigned mtu, Raised *raised) const {
-    auto *const server = Interface::here<PortSkeleton>(*this);
-    Interface::send(*this, server, SetMtu(server, mtu), CLASS_ID, mcSetMtu, raised);
+    Raised nobodys;
+    kSetMtu.call(*this, mtu, raised != nullptr ? *raised : nobodys);
 }
 
 void Port::setAdminState(bool up, Raised *raised) const {
-    auto *const server = Interface::here<PortSkeleton>(*this);
-    Interface::send(*this, server, SetAdminState(server, up), CLASS_ID, mcSetAdminState, raised);
+    Raised nobodys;
+    kSetAdminState.call(*this, up, raised != nullptr ? *raised : nobodys);
 }
 
 void Port::counters(PortCounters &counters, Raised *raised) const {
-    auto *const server = Interface::here<PortSkeleton>(*this);
-    Interface::send(*this, server, Counters(server, counters), CLASS_ID, mcCounters, raised);
+    Raised nobodys;
+    kCounters.call(*this, counters, raised != nullptr ? *raised : nobodys);
 }
 
-void Port::stateChanged(const PortState &state, Raised *raised) const {
-    auto *const server = Interface::here<PortSkeleton>(*this);
-    Interface::send(*this, server, StateChanged(server, state), CLASS_ID, mcStateChanged, raised);
+void Port::stateChanged(const std::string &adminState, const std::string &operState, unsigned mtu,
+                        Raised *raised) const {
+    Raised nobodys;
+    kStateChanged.call(*this, adminState, operState, mtu, raised != nullptr ? *raised : nobodys);
 }
 
 // --- skeleton -------------------------------------------------------------------------------------------------------
@@ -218,9 +168,10 @@ TipprmiSequence<unsigned> PortSkeleton::getServerClassIdSeq() const {
 
 bool PortSkeleton::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                             TipprmiStream &response) {
-    const Operation<PortSkeleton> *const operation = cc == Port::CLASS_ID ? Interface::find(kOperations, mc) : nullptr;
-    if (operation == nullptr) {
-        return TreflectServerObject::dispatch(transaction, cc, mc, request, response);
+    for (const Operation &operation : kOperations) {
+        if (cc == Port::CLASS_ID && mc == operation.mc) {
+            return operation.answer(*this, request, response);
+        }
     }
-    return operation->answer(*this, *operation, Request{transaction, cc, mc, request, response});
+    return TreflectServerObject::dispatch(transaction, cc, mc, request, response);
 }

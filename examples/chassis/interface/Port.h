@@ -29,7 +29,7 @@
  *     };
  *
  * Each operation can tell with what exception it ended: type 0 for none, 1 if the object could not be reached, or
- * PortRefused. Values are then zeros and empty texts.
+ * PortRefused: `PortRefused refused; if (raised.holds(refused)) ...`. Values are then zeros and empty texts.
  */
 class Port : public TreflectObject {
 public:
@@ -88,7 +88,8 @@ public:
     void setAdminState(bool up, Raised *raised = nullptr) const;
     void counters(PortCounters &counters, Raised *raised = nullptr) const;
     /** For observers: the port's own actor calls it when the kernel has reported a change. It does nothing itself. */
-    void stateChanged(const PortState &state, Raised *raised = nullptr) const;
+    void stateChanged(const std::string &adminState, const std::string &operState, unsigned mtu,
+                      Raised *raised = nullptr) const;
 };
 
 class PortSkeleton : public TreflectServerObject {
@@ -123,7 +124,8 @@ public:
     virtual void setMtu(unsigned mtu, Raised &raised) = 0;
     virtual void setAdminState(bool up, Raised &raised) = 0;
     virtual void counters(PortCounters &counters, Raised &raised) = 0;
-    virtual void stateChanged(const PortState &state, Raised &raised) = 0;
+    virtual void stateChanged(const std::string &adminState, const std::string &operState, unsigned mtu,
+                              Raised &raised) = 0;
 };
 
 /** The class at run time. The get operation of each attribute has the type of the value as its parameter "value":

@@ -15,7 +15,7 @@ struct PortRefused {
 TipprmiStream &operator<<(TipprmiStream &stream, const PortRefused &refused);
 TipprmiStream &operator>>(TipprmiStream &stream, PortRefused &refused);
 
-/** For servers: puts the exception where the answer takes it from. */
-void raise(TipprmiExceptionContainer &raised, const PortRefused &refused);
 /** For clients: whether it is this exception, which is then copied. */
-bool caught(TipprmiExceptionContainer &raised, PortRefused &refused);
+inline bool caught(TipprmiExceptionContainer &raised, PortRefused &refused) {
+    return raised.holds(refused);
+}

@@ -1,41 +1,36 @@
 #include "Slot.h"
 
-#include "CallHooks.h"
+#include "rmi/Method.h"
 #include "threads/HandlerState.h"
 
 #include <new>
 
 namespace {
 
-using Interface::Operation;
-using Interface::Request;
-
-template <auto Getter>
-constexpr auto read = &Interface::answerRead<SlotSkeleton, Getter>;
-
-constexpr Operation<SlotSkeleton> kOperations[] = {
-    {"getnumber", Slot::mcGetnumber, read<&SlotSkeleton::number>},
-    {"getpid", Slot::mcGetpid, read<&SlotSkeleton::pid>},
-    {"getports", Slot::mcGetports, read<&SlotSkeleton::ports>},
-};
-
-template <auto Getter>
-auto get(const Slot &slot, unsigned mc, Slot::Raised *raised) {
-    return Interface::Read<Getter>::from(slot, Interface::find(kOperations, mc)->name, Slot::CLASS_ID, mc, raised);
-}
+constexpr TipprmiMethod<SlotSkeleton, unsigned, TipprmiRaises<>> kGetnumber{"getnumber", Slot::CLASS_ID,
+                                                                            Slot::mcGetnumber, &SlotSkeleton::number};
+constexpr TipprmiMethod<SlotSkeleton, unsigned, TipprmiRaises<>> kGetpid{"getpid", Slot::CLASS_ID, Slot::mcGetpid,
+                                                                         &SlotSkeleton::pid};
+constexpr TipprmiMethod<SlotSkeleton, TipprmiSequence<Port>, TipprmiRaises<>> kGetports{
+    "getports", Slot::CLASS_ID, Slot::mcGetports, &SlotSkeleton::ports};
 
 const TreflectMetaObject *const atLoad __attribute__((used)) = SlotMeta::instance();
 
 } // namespace
 
 unsigned Slot::number(Raised *raised) const {
-    return get<&SlotSkeleton::number>(*this, mcGetnumber, raised);
+    Raised nobodys;
+    return kGetnumber.call(*this, raised != nullptr ? *raised : nobodys);
 }
+
 unsigned Slot::pid(Raised *raised) const {
-    return get<&SlotSkeleton::pid>(*this, mcGetpid, raised);
+    Raised nobodys;
+    return kGetpid.call(*this, raised != nullptr ? *raised : nobodys);
 }
+
 TipprmiSequence<Port> Slot::ports(Raised *raised) const {
-    return get<&SlotSkeleton::ports>(*this, mcGetports, raised);
+    Raised nobodys;
+    return kGetports.call(*this, raised != nullptr ? *raised : nobodys);
 }
 
 Slot *SlotSkeleton::getClient() const {
@@ -54,11 +49,16 @@ TipprmiSequence<unsigned> SlotSkeleton::getServerClassIdSeq() const {
 
 bool SlotSkeleton::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                             TipprmiStream &response) {
-    const Operation<SlotSkeleton> *const operation = cc == Slot::CLASS_ID ? Interface::find(kOperations, mc) : nullptr;
-    if (operation == nullptr) {
+    switch (cc == Slot::CLASS_ID ? mc : 0) {
+    case Slot::mcGetnumber:
+        return kGetnumber.answer(*this, request, response);
+    case Slot::mcGetpid:
+        return kGetpid.answer(*this, request, response);
+    case Slot::mcGetports:
+        return kGetports.answer(*this, request, response);
+    default:
         return TreflectServerObject::dispatch(transaction, cc, mc, request, response);
     }
-    return operation->answer(*this, *operation, Request{transaction, cc, mc, request, response});
 }
 
 SlotMeta *SlotMeta::instance() {
