@@ -1,0 +1,55 @@
+#include "view/Reporter.h"
+
+#include "view/UnitEvents.h"
+
+#include <cstdio>
+
+namespace View {
+
+namespace {
+
+void put(const std::string &text) {
+    std::fputs(text.c_str(), stdout);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+void Reporter::start(const std::string &ready) {
+    thread_ = std::thread([this, ready] { run(ready); });
+}
+
+void Reporter::stop() {
+    if (thread_.joinable()) {
+        UnitEvents::instance().stop();
+        thread_.join();
+    }
+}
+
+void Reporter::print(const std::string &line) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    put(timeText(std::chrono::system_clock::now()) + " " + line + "\n");
+}
+
+void Reporter::printTree() {
+    const std::lock_guard<std::mutex> guard(lock_);
+    put(picture_.tree());
+}
+
+void Reporter::run(const std::string &ready) {
+    UnitEvents &events = UnitEvents::instance();
+    events.subscribe();
+    print(ready);
+    for (Event event; events.next(event);) {
+        if (seen_) {
+            seen_(event);
+        }
+        const std::lock_guard<std::mutex> guard(lock_);
+        const Picture::News news = picture_.apply(event);
+        if (!news.text.empty() && wanted_(news)) {
+            put(timeText(event.time) + " " + news.text + "\n");
+        }
+    }
+}
+
+} // namespace View

@@ -1,0 +1,158 @@
+#include "view/UnitEvents.h"
+
+#include "Port.h"
+#include "objects/REFLECT_objectStub.h"
+#include "orb/REFLECT_orb.h"
+#include "platform/TransportLayer.h"
+#include "rmi/StreamOperators.h"
+#include "threads/HandlerState.h"
+
+namespace View {
+
+namespace {
+
+using Transport::TerminationId;
+
+const TipprmiOID kNameless(nullptr, NamespaceId(1)); // found by reference only
+
+TreflectORB &broker() {
+    return *TreflectORB::getInstance(NamespaceId(1));
+}
+
+bool isOtherBroker(TerminationId id) {
+    return (id.groupId() == Transport::GRPID_SLOT1 || id.groupId() == Transport::GRPID_OTHER) &&
+           id != broker().termId();
+}
+
+/** With the run permission. */
+TerminationId brokerOf(const TreflectObject &object) {
+    const TreflectObjectStub *const stub = object.getStub();
+    return stub != nullptr ? broker().convertId(stub->orbId()) : TerminationId();
+}
+
+ObjectKey keyOf(const TreflectObject &object) {
+    const TreflectObjectStub *const stub = object.getStub();
+    return {brokerOf(object).value(), stub != nullptr ? stub->getInternalOID() : 0};
+}
+
+} // namespace
+
+// --- what the library tells, in its threads -------------------------------------------------------------------------
+
+UnitEvents::PortObserver::PortObserver(UnitEvents &events, Event::Kind kind)
+    : TreflectObserver(kNameless, nullptr, "ports"), events_(events), kind_(kind) {}
+
+/** Without the run permission, while the actor of the port waits: the port is there until this returns. */
+bool UnitEvents::PortObserver::detected() {
+    const TreflectHandlerState state(true);
+    const TreflectObject *const port = getSource();
+    const bool existed = kind_ == Event::Kind::portCreated && events_.subscribing_;
+    events_.push(existed ? Event::Kind::portFound : kind_, brokerOf(*port), port);
+    return true;
+}
+
+UnitEvents::ChangeObserver::ChangeObserver(UnitEvents &events)
+    : TreflectObserver(kNameless, nullptr, "changes"), events_(events) {}
+
+/** With the run permission, after the operation. */
+bool UnitEvents::ChangeObserver::detected() {
+    const SValue *const notification = getsvalue();
+    std::list<Raw> node(1);
+    Event &event = node.front().event;
+    event.kind = Event::Kind::portChanged;
+    event.time = std::chrono::system_clock::now();
+    event.key = keyOf(*notification->source);
+    event.broker = event.key.first;
+    event.slot = TerminationId(event.broker).slot();
+    if (stateFrom(*notification->parameters, event.state)) {
+        events_.queue_.push(std::move(node));
+    }
+    return true;
+}
+
+void UnitEvents::BrokerObserver::orbAppearance(const TerminationId &id, const Appear_t &type) {
+    if (isOtherBroker(id)) {
+        events_.push(type == appear ? Event::Kind::brokerCame : Event::Kind::brokerGone, id, nullptr);
+    }
+}
+
+void UnitEvents::push(Event::Kind kind, const TerminationId &from, const TreflectObject *port) {
+    std::list<Raw> node(1);
+    Raw &raw = node.front();
+    raw.event.kind = kind;
+    raw.event.time = std::chrono::system_clock::now();
+    raw.event.broker = from.value();
+    raw.event.slot = from.slot();
+    if (port != nullptr) {
+        raw.event.key = keyOf(*port);
+        if (kind != Event::Kind::portDeleted) {
+            raw.event.name = port->getRelName();
+            raw.port = *port;
+        }
+    }
+    queue_.push(std::move(node));
+}
+
+// --- what is made of it ---------------------------------------------------------------------------------------------
+
+UnitEvents &UnitEvents::instance() {
+    static auto *const events = [] {
+        const TreflectHandlerState state(true);
+        return new UnitEvents;
+    }();
+    return *events;
+}
+
+UnitEvents::UnitEvents()
+    : created_(*this, Event::Kind::portCreated), deleted_(*this, Event::Kind::portDeleted), changed_(*this),
+      brokers_(*this) {}
+
+void UnitEvents::subscribe() {
+    // Ends before beginnings: who comes and goes between two subscriptions would be taken for being there.
+    broker().registerOrbDeletion(&brokers_);
+    broker().registerOrbCreation(&brokers_, true);
+    subscribing_ = true;
+    PortMeta::instance()->observeDeletions(&deleted_);
+    PortMeta::instance()->observeCreations(&created_, true);
+    subscribing_ = false;
+}
+
+bool UnitEvents::next(Event &event) {
+    for (;;) {
+        std::list<Raw> node = queue_.pop();
+        if (node.empty()) {
+            return false;
+        }
+        if (complete(node.front())) {
+            event = node.front().event;
+            return true;
+        }
+    }
+}
+
+/** False if the event is overtaken: what it tells of belongs to a broker whose end has been told, or will be. */
+bool UnitEvents::complete(Raw &raw) {
+    const TerminationId from(raw.event.broker);
+    switch (raw.event.kind) {
+    case Event::Kind::brokerCame:
+        raw.event.actor = broker().getPerfCnts(from).actor;
+        break;
+    case Event::Kind::portFound:
+    case Event::Kind::portCreated:
+        askPort(raw);
+        break;
+    default:
+        return true;
+    }
+    return Transport::TransportLayer::exists(from);
+}
+
+void UnitEvents::askPort(Raw &raw) {
+    const TreflectHandlerState state(true);
+    const Port port(raw.port);
+    port.operation("stateChanged")->postObserve(&changed_); // first: what changes after the reads is not missed
+    raw.event.state = {port.adminState(), port.operState(), port.mtu()};
+    raw.event.address = port.macAddress();
+}
+
+} // namespace View
