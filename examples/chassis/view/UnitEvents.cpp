@@ -46,8 +46,7 @@ UnitEvents::PortObserver::PortObserver(UnitEvents &events, Event::Kind kind)
 bool UnitEvents::PortObserver::detected() {
     const TreflectHandlerState state(true);
     const TreflectObject *const port = getSource();
-    const bool existed = kind_ == Event::Kind::portCreated && events_.subscribing_;
-    events_.push(existed ? Event::Kind::portFound : kind_, brokerOf(*port), port);
+    events_.push(kind_, brokerOf(*port), port);
     return true;
 }
 
@@ -104,17 +103,19 @@ UnitEvents &UnitEvents::instance() {
 }
 
 UnitEvents::UnitEvents()
-    : created_(*this, Event::Kind::portCreated), deleted_(*this, Event::Kind::portDeleted), changed_(*this),
-      brokers_(*this) {}
+    : created_(*this, Event::Kind::portCreated), existing_(*this, Event::Kind::portFound),
+      deleted_(*this, Event::Kind::portDeleted), changed_(*this), brokers_(*this) {}
 
 void UnitEvents::subscribe() {
     // Ends before beginnings: who comes and goes between two subscriptions would be taken for being there.
     broker().registerOrbDeletion(&brokers_);
     broker().registerOrbCreation(&brokers_, true);
-    subscribing_ = true;
-    PortMeta::instance()->observeDeletions(&deleted_);
-    PortMeta::instance()->observeCreations(&created_, true);
-    subscribing_ = false;
+    PortMeta &ports = *PortMeta::instance();
+    ports.observeDeletions(&deleted_);
+    // An observer misses what is created while it asks all brokers for what exists: another one is there before.
+    ports.observeCreations(&created_, false);
+    ports.observeCreations(&existing_, true);
+    ports.removeObserver(&existing_);
 }
 
 bool UnitEvents::next(Event &event) {

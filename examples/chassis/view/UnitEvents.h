@@ -5,8 +5,6 @@
 #include "view/Event.h"
 #include "view/EventQueue.h"
 
-#include <atomic>
-
 namespace View {
 
 /**
@@ -68,8 +66,8 @@ private:
     void askPort(Raw &raw);
 
     EventQueue<Raw> queue_;
-    std::atomic<bool> subscribing_{false};
     PortObserver created_;
+    PortObserver existing_;
     PortObserver deleted_;
     ChangeObserver changed_;
     BrokerObserver brokers_;
