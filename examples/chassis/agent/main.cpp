@@ -144,6 +144,8 @@ Status Agent::run() {
     slot.sendCreationEvent(SlotMeta::instance());
     Status status = publish(slot);
     if (status == kEnded) {
+        // An observer misses what is created while it asks all brokers for what exists: so it is there before.
+        ChassisMeta::instance()->observeCreations(chassis, false);
         ChassisMeta::instance()->observeCreations(chassis, true);
         std::printf("slot %u is published\n", number_);
         const TreflectReleaseHandlerState released;
