@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <optional>
 
 // Each walk over observers or objects begins anew after each callback, which may have changed them all, and goes on
 // until it finds nobody who was not told yet.
@@ -368,18 +367,19 @@ void TreflectORB::orbAppeared(const TreflectOrbId &orb) try {
     TreflectHandlerState state(true);
     missedCreations_->add(orb);
     missedDeletions_->add(orb);
+    // On from the last class, and again from the start until there are no new ones: peers can make them many.
     std::set<unsigned> handled;
-    const auto next = [&]() -> std::optional<unsigned> {
-        for (const auto &entry : metaData_) {
-            if (handled.count(entry.first) == 0) {
-                return entry.first;
+    for (bool news = true; news;) {
+        news = false;
+        auto entry = metaData_.begin();
+        while (entry != metaData_.end()) {
+            const unsigned cc = entry->first;
+            if (handled.insert(cc).second) {
+                news = true;
+                renewSubscriptions(cc, orb);
             }
+            entry = metaData_.upper_bound(cc);
         }
-        return std::nullopt;
-    };
-    while (const std::optional<unsigned> cc = next()) {
-        handled.insert(*cc);
-        renewSubscriptions(*cc, orb);
     }
 } catch (const std::bad_alloc &) {
     noMemory("subscribe at a broker that has come up");

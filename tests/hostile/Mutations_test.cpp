@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <poll.h>
+#include <sstream>
 
 #ifndef HOSTILE_MUTATIONS
 #define HOSTILE_MUTATIONS 200000
@@ -26,6 +27,7 @@ constexpr long kMostGrowth = 64 * 1024;
 #endif
 constexpr std::uint32_t kClass = 0x7A;
 constexpr std::uint32_t kSetContainer = 2100;
+constexpr std::uint32_t kWatched = 0x0B5E47ED; // a class of the server
 
 /** What a reader of the protocol's description takes for the object and the method that a message calls. */
 struct Called {
@@ -58,7 +60,7 @@ protected:
         HostileTest::SetUp();
         prey_ = static_cast<std::uint32_t>(std::stoul(server_.ask("serve prey", "serves "), nullptr, 16));
         decoy_ = static_cast<std::uint32_t>(std::stoul(server_.ask("serve decoy", "serves "), nullptr, 16));
-        mutator_.words.insert(mutator_.words.end(), {prey_, prey_, other_, served_, kSetContainer});
+        mutator_.words.insert(mutator_.words.end(), {prey_, prey_, other_, served_, kSetContainer, kWatched});
         std::printf("seed %u, %u messages, %u packets\n", kSeed, kMessages, kPackets);
     }
 
@@ -115,9 +117,19 @@ std::vector<Bytes> HostileMutations::validMessages() const {
         message(0x100B, kCall, kResponse, Data().word(0).word(0).word(7).get()),
         message(0x100C, kResolve, kNoDestination, Data().text("prey").word(1).get()),
     };
-    for (std::uint32_t type = 3; type <= kAppeared; ++type) {
-        valid.push_back(message(0x1010 + type, type, kRequest, Data().word(kClass).text("name").word(1).word(9).get()));
+    const Bytes object = Data().word(kWatched).bytes(oid).word(9).word(0xC0010201).get();
+    const Bytes nameless = Data().word(kWatched).text("").word(1).word(10).word(0xC0010201).get();
+    for (const Bytes &body : {object, nameless}) {
+        valid.push_back(message(0x1010, kCreated, kRequest, body));
+        valid.push_back(message(0x1011, kDeleted, kRequest, body));
     }
+    for (std::uint32_t cc : {kWatched, kClass}) {
+        valid.push_back(message(0x1012, kWatchCreations, kRequest, Data().word(cc).word(1).get()));
+        valid.push_back(message(0x1013, kWatchDeletions, kRequest, Data().word(cc).get()));
+        valid.push_back(message(0x1014, kUnwatchCreations, kRequest, Data().word(cc).get()));
+        valid.push_back(message(0x1015, kUnwatchDeletions, kRequest, Data().word(cc).get()));
+    }
+    valid.push_back(message(0x1016, kAppeared, kRequest, Data().word(0xC0010201).get()));
     return valid;
 }
 
@@ -203,6 +215,8 @@ void HostileMutations::checkMemory(unsigned done, unsigned all) {
 
 TEST_F(HostileMutations, OfMessagesHarmNobody) {
     const std::vector<Bytes> valid = validMessages();
+    server_.ask("make 10", "made ");
+    server_.ask("watch", "watch "); // so the peer is asked, too; the answers are wrong ones
     Peer peer(socket_);
     ASSERT_TRUE(peer.join());
     for (const Bytes &message : valid) {
@@ -230,6 +244,13 @@ TEST_F(HostileMutations, OfMessagesHarmNobody) {
     EXPECT_TRUE(eventuallyCalled(other_, expectedCalls_));
     EXPECT_EQ(preyCalls_, calls(prey_));
     EXPECT_LT(kMessages / 20, preyCalls_); // or nothing much was tried
+    std::istringstream events(server_.ask("watched", "watched "));
+    unsigned created = 0;
+    unsigned deleted = 0;
+    events >> created >> deleted;
+    EXPECT_LT(kMessages / 50, created);
+    EXPECT_LT(kMessages / 50, deleted);
+    std::printf("%u creations and %u deletions were told\n", created, deleted);
     std::printf("%u calls of the prey, %u and %u of others by chance\n", preyCalls_, expectedCalls_, strayCalls_);
 }
 

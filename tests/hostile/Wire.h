@@ -28,7 +28,18 @@ constexpr std::size_t kHead = 20;
 constexpr std::size_t kMostOfPacket = 80 * 1024;
 constexpr std::uint32_t kMostOfMessage = 64U * 1024 * 1024;
 
-enum Type : std::uint32_t { kResolve = 1, kCall = 2, kAppeared = 9, kCounters = 10 };
+enum Type : std::uint32_t {
+    kResolve = 1,
+    kCall = 2,
+    kCreated = 3,
+    kDeleted = 4,
+    kWatchCreations = 5,
+    kWatchDeletions = 6,
+    kUnwatchCreations = 7,
+    kUnwatchDeletions = 8,
+    kAppeared = 9,
+    kCounters = 10
+};
 enum Kind : std::uint32_t { kMessage = 1, kRequest = 2, kResponse = 3, kNoDestination = 4, kResponseFailure = 5 };
 
 /** Big-endian. */

@@ -8,9 +8,11 @@
  *   enough                 ends that                                       -> "called GOOD of COUNT"
  *   locate NAME            asks the others                                 -> "located NUMBER"
  *   counters               asks the others                                 -> "counters ENTRIES NAMESIZE ..."
+ *   watch | unwatch | watched | make | making | made | remove | subscribers         see Watch.h
  */
 #include "../../system/actor/Output.h"
 #include "Target.h"
+#include "Watch.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/Thread.h"
 #include "rmi/IPPRMI_objectClient.h"
@@ -150,8 +152,10 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"orb", &onOrb},         {"serve", &onServe},   {"counts", &onCounts}, {"call", &onCall},
-    {"calling", &onCalling}, {"enough", &onEnough}, {"locate", &onLocate}, {"counters", &onCounters},
+    {"orb", &onOrb},         {"serve", &onServe},     {"counts", &onCounts},   {"call", &onCall},
+    {"calling", &onCalling}, {"enough", &onEnough},   {"locate", &onLocate},   {"counters", &onCounters},
+    {"watch", &onWatch},     {"unwatch", &onUnwatch}, {"watched", &onWatched}, {"make", &onMake},
+    {"making", &onMaking},   {"made", &onMade},       {"remove", &onRemove},   {"subscribers", &onSubscribers},
 };
 
 } // namespace
