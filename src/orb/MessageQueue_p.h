@@ -10,7 +10,9 @@ public:
     MessageQueue() : ConditionVar(false) {}
 
     MessageRing messages RB_GUARDED_BY(this);
-    unsigned idle RB_GUARDED_BY(this) = 0;    // workers that wait, and those that were just started for a message
+    unsigned idle RB_GUARDED_BY(this) = 0; // workers that wait, and those that were just started for a message
+    unsigned
+        returning RB_GUARDED_BY(this) = 0;    // workers with a message that have not given up the run permission since
     unsigned workers RB_GUARDED_BY(this) = 0; // threads
     bool closed RB_GUARDED_BY(this) = false;  // at the end of the broker: no more workers, no more messages
 };

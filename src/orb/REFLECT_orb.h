@@ -292,6 +292,7 @@ private:
     using Dispatch = void (TreflectORB::*)(TipprmiStream &request, Worker &worker);
     static const Dispatch kDispatch[];
     bool nextMessage(TreflectMessage &message, bool firstPass);
+    static void wakeColleague(void *messageQueue);
     void dispatch(TipprmiStream &request, Worker &worker);
     void dispatchResolve(TipprmiStream &request, Worker &worker);
     void dispatchCall(TipprmiStream &request, Worker &worker);

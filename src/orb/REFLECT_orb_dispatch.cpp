@@ -9,6 +9,7 @@
 #include "platform/TransportLayer.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
 #include "threads/HandlerState.h"
+#include "threads/ReleaseHook_p.h"
 
 namespace {
 
@@ -47,7 +48,9 @@ void TreflectORB::dispatchEntry() {
             OSWrap::DisableCancelStateGuard uncancelled;
             QueueLocked lock(queue);
             --queue.workers;
-            queue.broadcast(); // under the lock: with it released the broker may be gone
+            // For the end of the broker, which may be gone once the lock is released, and for messages that came while
+            // this worker was to return, so that nobody was woken for them.
+            queue.broadcast();
         }
     } leaving{*queue_};
     SingletonInstances::Inside inside;
@@ -61,12 +64,24 @@ void TreflectORB::dispatchEntry() {
     }
 }
 
+/** A worker gives the run permission up in the middle of a method: from here on its colleagues are needed. */
+void TreflectORB::wakeColleague(void *messageQueue) {
+    auto &queue = *static_cast<MessageQueue *>(messageQueue);
+    QueueLocked lock(queue);
+    --queue.returning;
+    if (!queue.messages.empty() && queue.idle != 0) {
+        queue.signal();
+    }
+}
+
 /** Waits without the run permission. False: the worker retires. */
 bool TreflectORB::nextMessage(TreflectMessage &message, bool firstPass) {
+    const bool returns = ReleaseHook::clear();
     TreflectReleaseHandlerState released;
     bool start = false;
     {
         QueueLocked lock(*queue_);
+        queue_->returning -= returns ? 1 : 0;
         if (!firstPass) {
             ++queue_->idle; // for the first pass whoever started the worker has counted it
         }
@@ -83,9 +98,9 @@ bool TreflectORB::nextMessage(TreflectMessage &message, bool firstPass) {
         }
         message = std::move(queue_->messages.front());
         queue_->messages.pop_front();
-        if (!queue_->messages.empty() && queue_->idle != 0) {
-            queue_->signal();
-        } else if (!queue_->messages.empty()) {
+        ++queue_->returning;
+        ReleaseHook::set(&TreflectORB::wakeColleague, queue_.get());
+        if (!queue_->messages.empty() && queue_->idle == 0) {
             ++queue_->idle;
             start = true;
         }

@@ -98,7 +98,8 @@ void TreflectORB::queueMessage(const TreflectMessage &message) {
             return;
         }
         start = queue_->idle == 0;
-        const bool wake = !start && queue_->messages.empty();
+        // Who returns from a message looks for the next one; until it gives the run permission up nobody else can work.
+        const bool wake = !start && queue_->messages.empty() && queue_->returning == 0;
         if (start) {
             queue_->idle = 1;
         }

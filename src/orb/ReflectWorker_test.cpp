@@ -8,10 +8,12 @@
 #include "support/ManualPeer.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <string>
 
@@ -39,7 +41,22 @@ std::set<std::string> workers() {
     return found;
 }
 
-/** Its method waits for the gate, without the run permission; that of class 0 does not. */
+/** Whether all workers but the calling one sleep. */
+bool othersSleep() {
+    const std::string own = std::to_string(OSWrap::Thread::getCurrentTid());
+    for (const std::string &worker : workers()) {
+        std::ifstream file("/proc/self/task/" + worker + "/stat");
+        std::string line;
+        std::getline(file, line);
+        if (worker != own && line.find(") S ") == std::string::npos) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/** Its method waits for the gate, without the run permission; that of class 0 does not, and that of class 2 first does
+ *  what the test wants. */
 class Doorman : public TipprmiObjectSkeleton {
 public:
     Doorman() : TipprmiObjectSkeleton(TipprmiOID("doorman", NamespaceId(1))) {}
@@ -47,7 +64,12 @@ public:
     using TipprmiObjectSkeleton::dispatch;
     bool dispatch(bool, unsigned cc, unsigned, TipprmiStream &, TipprmiStream &) override {
         ++inside;
-        if (cc != 0) {
+        if (cc == 0 || cc == 2) {
+            threads.insert(OSWrap::Thread::getCurrentTid());
+        }
+        if (cc == 2) {
+            act();
+        } else if (cc != 0) {
             TreflectReleaseHandlerState released;
             gate.pass();
         }
@@ -56,6 +78,8 @@ public:
     }
 
     Testing::Gate gate;
+    std::function<void()> act;
+    std::set<int> threads; // that came to class 0 or 2; guarded by the run permission
     std::atomic<unsigned> inside{0};
     std::atomic<unsigned> done{0};
 };
@@ -68,10 +92,19 @@ struct FreshBroker {
     const Testing::ManualPeer peer{link, orb, kPeer};
     Doorman doorman;
 
-    void send(unsigned count, unsigned cc) const {
+    void send(unsigned count, unsigned cc) const { send(doorman, count, cc); }
+    void send(const Doorman &to, unsigned count, unsigned cc) const {
         for (unsigned i = 0; i < count; ++i) {
-            peer.send(peer.call(doorman.getInternalOID(), false, cc, 1));
+            peer.send(peer.call(to.getInternalOID(), false, cc, 1));
         }
+    }
+    /** It is there when this returns. */
+    void bring(const Doorman &to) const {
+        const TipprmiStream body = peer.call(to.getInternalOID(), false, 0, 1);
+        Transport::AddressedMessage message = body.msg().addressed();
+        message.originator() = kPeer;
+        message.destination() = orb.termId();
+        SCENARIO_CHECK(orb.receive(message));
     }
 };
 
@@ -141,6 +174,101 @@ SCENARIO(allAtWork) {
 
 TEST(ReflectWorkerTest, MethodsThatWaitDoNotKeepOthersFromRunning) {
     const Testing::ProcessResult result = Testing::runScenario("allAtWork", {}, 100);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** Brings the number of idle workers to three. */
+void fillUp(const FreshBroker &fresh) {
+    Doorman doorman;
+    fresh.send(doorman, 3, 1);
+    SCENARIO_CHECK(eventually([&] { return doorman.inside == 3; }));
+    doorman.gate.open();
+    SCENARIO_CHECK(eventually([&] { return doorman.done == 3 && workers().size() == 3; }));
+}
+
+/** One that runs through its methods does all of them: the others could not work meanwhile. */
+SCENARIO(runsThrough) {
+    FreshBroker fresh;
+    fillUp(fresh);
+    {
+        const TreflectHandlerState state(true);
+        fresh.send(100, 0);
+        SCENARIO_CHECK(fresh.doorman.inside == 0);
+    }
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 100; }));
+    const TreflectHandlerState state(true);
+    SCENARIO_CHECK(fresh.doorman.threads.size() == 1);
+}
+
+TEST(ReflectWorkerTest, MethodsThatDoNotWaitAreRunByOne) {
+    const Testing::ProcessResult result = Testing::runScenario("runsThrough", {}, 100);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+// Idle workers look by themselves every ten seconds: what rests on that is found by doing it more often than the
+// scenario's time allows.
+constexpr int kRounds = 15;
+
+/** What came in during a method waits for its worker; if that waits itself, an idle one takes over. */
+SCENARIO(waitsInTheMiddle) {
+    FreshBroker fresh;
+    fillUp(fresh);
+    for (int round = 0; round < kRounds; ++round) {
+        Doorman doorman;
+        bool takenOver = false;
+        doorman.act = [&] {
+            for (int i = 0; i < 5; ++i) {
+                fresh.bring(doorman);
+            }
+            const TreflectReleaseHandlerState released;
+            takenOver = eventually([&] { return doorman.done == 5; });
+        };
+        fresh.send(doorman, 1, 2);
+        SCENARIO_CHECK(eventually([&] { return doorman.done == 6; }));
+        const TreflectHandlerState state(true);
+        SCENARIO_CHECK(takenOver);
+        SCENARIO_CHECK(doorman.threads.size() == 2);
+    }
+}
+
+TEST(ReflectWorkerTest, WhoWaitsInTheMiddleHandsTheRestToAnother) {
+    const Testing::ProcessResult result = Testing::runScenario("waitsInTheMiddle", {}, 100);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** The fourth that gets idle leaves a message that nobody was woken for. */
+SCENARIO(retires) {
+    FreshBroker fresh;
+    fillUp(fresh);
+    for (int round = 0; round < kRounds; ++round) {
+        Doorman waits;
+        Doorman others;
+        Doorman last;
+        fresh.send(waits, 1, 1);
+        SCENARIO_CHECK(eventually([&] { return waits.inside == 1; }));
+        fresh.send(others, 3, 1); // one more is started
+        SCENARIO_CHECK(eventually([&] { return others.inside == 3; }));
+        others.gate.open();
+        SCENARIO_CHECK(eventually([&] { return others.done == 3; }));
+        last.act = [&] {
+            SCENARIO_CHECK(eventually(othersSleep)); // the third has come to its rest
+            fresh.bring(last);
+        };
+        {
+            const TreflectHandlerState state(true);
+            waits.gate.open(); // gets idle as the third
+            SCENARIO_CHECK(eventually([] { return handlerThreads()->waitingForPermission() == 1; }));
+            fresh.send(last, 1, 2); // and its worker as the fourth
+            SCENARIO_CHECK(eventually([] { return handlerThreads()->waitingForPermission() == 2; }));
+        }
+        SCENARIO_CHECK(eventually([&] { return last.done == 2 && workers().size() == 3; }));
+        const TreflectHandlerState state(true);
+        SCENARIO_CHECK(last.threads.size() == 2);
+    }
+}
+
+TEST(ReflectWorkerTest, WhoRetiresLeavesNothingBehind) {
+    const Testing::ProcessResult result = Testing::runScenario("retires", {}, 100);
     EXPECT_EQ(0, result.exitStatus) << result.output;
 }
 

@@ -6,6 +6,7 @@
 #include "platform/Log.h"
 #include "platform/Thread.h"
 #include "threads/HTUtil.h"
+#include "threads/ReleaseHook_p.h"
 #include "threads/Reporting_p.h"
 
 #include <algorithm>
@@ -240,6 +241,7 @@ void DebugPermission<Debugging_t<1>>::release() RB_NO_ANALYSIS {
     mutex_.unlock();
     if (last) {
         passOn();
+        ReleaseHook::run();
     }
 }
 
