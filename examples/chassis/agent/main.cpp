@@ -150,6 +150,8 @@ Status Agent::run() {
         std::printf("slot %u is published\n", number_);
         const TreflectReleaseHandlerState released;
         status = follow(slot, *chassis);
+        signalfd_siginfo taken{};
+        static_cast<void>(!::read(signals_, &taken, sizeof taken));
         const sigset_t signals = endingSignals();
         ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr); // whom it tells may hang: a second signal ends it at once
     }
