@@ -1,5 +1,6 @@
 #include "support/TempDir.h"
 #include "system/Actor.h"
+#include "system/Counts.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,7 @@
 namespace {
 
 using Testing::Actor;
+using Testing::Counts;
 
 constexpr unsigned kActors = 4;
 constexpr unsigned kThreads = 8;
@@ -35,23 +37,6 @@ unsigned fromEnvironment(const char *name, unsigned otherwise) {
     const char *text = std::getenv(name);
     return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
-
-/** What an actor's library holds, by name. */
-struct Counts {
-    explicit Counts(const std::string &line) : text(line) {}
-    long operator[](const std::string &name) const {
-        std::istringstream words(text);
-        std::string word;
-        long value = -1;
-        while (words >> word >> value) {
-            if (word == name) {
-                return value;
-            }
-        }
-        return -1;
-    }
-    const std::string text;
-};
 
 /** Actors that call one another all the time, while some are killed, stopped and started again. The first is never
  *  killed: what it holds at the end can be compared with what it held before. */

@@ -23,6 +23,7 @@
  *   counts                               what the library holds          -> "counts ...", see Counts.h
  *   object ... | events ... | port ...   see Objects.h, Events.h, Ports.h
  *   torment | progress | rest            see Torture.h
+ *   tree ...                             see Trees.h
  *   enter | forked | segv | exit [STATUS] | exitworker
  */
 #include "Callers.h"
@@ -34,6 +35,7 @@
 #include "Probe.h"
 #include "Service.h"
 #include "Torture.h"
+#include "Trees.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/Thread.h"
 #include "platform/TransportLayer.h"
@@ -301,6 +303,7 @@ constexpr Command kCommands[] = {
     {"torment", &onTorment},
     {"progress", &onProgress},
     {"rest", &onRest},
+    {"tree", &onTree},
 };
 
 void obey(const std::string &line) {

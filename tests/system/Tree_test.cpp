@@ -1,0 +1,206 @@
+#include "support/TempDir.h"
+#include "system/Actor.h"
+#include "system/Counts.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <poll.h>
+#include <vector>
+
+namespace {
+
+using Testing::Actor;
+using Testing::Counts;
+
+constexpr unsigned kActors = 5;
+#if defined(REFLECTORB_SANITIZED)
+constexpr unsigned kLeaves = 0;           // the sanitizers are slow
+constexpr bool kMemoryIsMeasured = false; // and keep what is freed
+#else
+constexpr unsigned kLeaves = 4;
+constexpr bool kMemoryIsMeasured = true;
+#endif
+constexpr long kMoreMemory = 4 * 1024; // KiB; a stub that is left for each object of one walk takes half of that
+
+// See actor/Trees.h.
+constexpr unsigned kBelowNode = 1 + 20 * (1 + kLeaves); // with the node itself
+constexpr unsigned kAll = 1 + kActors * (1 + 20 * kBelowNode);
+static_assert(kLeaves < 4 || kAll >= 10000);
+
+constexpr unsigned kNone = kActors;
+
+/** How an actor walks. Only `namer` asks for every object by its identifier, which its owner searches for among all. */
+const char *way(unsigned which, unsigned namer) {
+    return which == namer ? "names" : which % 3 == 0 ? "child" : "childs";
+}
+
+/** What a walk has to miss while an actor is not there: its objects, and, by way of the parents, all below those. */
+unsigned lostWith(unsigned actor, const std::string &how) {
+    const unsigned nodes = 20 / kActors; // of each actor in each branch
+    if (how == "names") {
+        return (actor == 0 ? 1 : 0) + 1 + kActors * nodes * kBelowNode;
+    }
+    return actor == 0 ? kAll : 1 + 20 * kBelowNode + (kActors - 1) * nodes * kBelowNode;
+}
+
+/** Actors that make one tree together, one of which is killed and started again now and then. */
+class Tree : public testing::Test {
+protected:
+    Tree() {
+        for (unsigned i = 0; i < kActors; ++i) {
+            start(i);
+        }
+        awaitMembers(kActors);
+        build(0);
+    }
+    static std::string ask(Actor &actor, const std::string &command) { return actor.ask("tree " + command, "tree "); }
+    static std::string number(unsigned value) { return std::to_string(value); }
+
+    void start(unsigned which) {
+        actors_[which] = std::make_unique<Actor>(unit_, 1 + which);
+        actors_[which]->ask("orb 1", "orb ");
+        ask(*actors_[which], "plan " + number(which) + " " + number(kActors) + " " + number(kLeaves));
+    }
+    void forEach(const std::function<void(unsigned, Actor &)> &action) {
+        for (unsigned i = 0; i < kActors; ++i) {
+            if (actors_[i] != nullptr) {
+                action(i, *actors_[i]);
+            }
+        }
+    }
+    void awaitMembers(unsigned count) {
+        forEach([count](unsigned, Actor &actor) {
+            EXPECT_TRUE(actor.askUntil("events members", "events ", number(count)));
+        });
+    }
+    void kill(unsigned which) {
+        actors_[which]->kill();
+        actors_[which].reset();
+    }
+    /** What was lost with an actor. */
+    void build(unsigned lost) {
+        if (lost == 0) {
+            EXPECT_EQ("made 1", ask(*actors_[0], "root"));
+        }
+        for (unsigned branch = 0; branch < kActors; ++branch) {
+            if (lost == 0 || branch == lost) {
+                EXPECT_EQ("made 1", ask(*actors_[branch], "branch " + number(branch)));
+            }
+        }
+        forEach([&](unsigned which, Actor &actor) {
+            for (unsigned branch = 0; branch < kActors; ++branch) {
+                if (lost == 0 || lost == branch || lost == which) {
+                    EXPECT_EQ("made " + number(20 / kActors * kBelowNode), ask(actor, "nodes " + number(branch)));
+                }
+            }
+        });
+    }
+    /** All actors walk at once; `expected` for each way of walking. */
+    void walk(unsigned namer, const std::string &state, const std::function<std::string(const char *)> &expected) {
+        forEach([&](unsigned which, Actor &actor) {
+            actor.tell("tree walk " + std::string(way(which, namer)) + " " + state);
+        });
+        forEach([&](unsigned which, Actor &actor) {
+            EXPECT_EQ(expected(way(which, namer)), actor.expect("tree ")) << which << " " << state;
+            EXPECT_TRUE(actor.sofar("wrong").empty()) << actor.sofar("wrong").front();
+        });
+    }
+    void walkWhole(unsigned namer) {
+        walk(namer, "up", [](const char *) { return "found " + number(kAll) + " missing 0 wrong 0"; });
+    }
+    void walkWithout(unsigned lost, unsigned namer) {
+        walk(namer, "down " + number(lost), [lost](const char *how) {
+            const unsigned missing = lostWith(lost, how);
+            return "found " + number(kAll - missing) + " missing " + number(missing) + " wrong 0";
+        });
+    }
+    /** Kills one while all walk and at least one is well on its way; they find what has nothing to do with it. */
+    void killInWalk(unsigned victim, unsigned namer) {
+        forEach([&](unsigned which, Actor &actor) {
+            actor.tell("tree walk " + std::string(way(which, namer)) + " dying " + number(victim));
+        });
+        actors_[(victim + 1) % kActors]->expect("at " + number(kAll / 1000 * 100) + " of " + number(victim));
+        kill(victim);
+        forEach([&](unsigned which, Actor &actor) {
+            const std::string result = actor.expect("tree ");
+            EXPECT_NE(std::string::npos, result.find(" wrong 0")) << which << " " << result;
+            const Counts counts(result);
+            EXPECT_EQ(long{kAll}, counts["found"] + counts["missing"]);
+            EXPECT_LE(counts["missing"], long{lostWith(victim, way(which, namer))});
+            EXPECT_TRUE(actor.sofar("wrong").empty()) << actor.sofar("wrong").front();
+        });
+    }
+
+    static bool isAtRest(const Counts &counts) {
+        return counts["pending"] == 0 && counts["queued"] == 0 && counts["idle"] <= 3 &&
+               counts["handlers"] <= counts["idle"];
+    }
+    /** Workers end, and connections are closed, a little later. */
+    static Counts rest(Actor &actor, const std::function<bool(const Counts &)> &isEnough) {
+        for (unsigned tries = 0; tries < 6000; ++tries) {
+            const Counts counts(actor.ask("counts", "counts "));
+            if (isAtRest(counts) && isEnough(counts)) {
+                return counts;
+            }
+            ::poll(nullptr, 0, 10);
+        }
+        const Counts counts(actor.ask("counts", "counts "));
+        ADD_FAILURE() << counts.text;
+        return counts;
+    }
+    static Counts rest(Actor &actor) {
+        return rest(actor, [](const Counts &) { return true; });
+    }
+    /** Until it holds just what it held before. */
+    static void expectAtRest(Actor &actor, const Counts &before) {
+        SCOPED_TRACE(before.text);
+        rest(actor, [&before](const Counts &counts) {
+            return counts["stubs"] == before["stubs"] && counts["files"] == before["files"] &&
+                   counts["threads"] - counts["idle"] == before["threads"] - before["idle"];
+        });
+    }
+    static long memoryOf(Actor &actor) {
+        const std::string figures = actor.ask("figures", "figures ");
+        return std::strtol(figures.substr(figures.find(' ')).c_str(), nullptr, 10);
+    }
+
+    const Testing::TempDir directory_;
+    const Testing::Unit unit_{directory_.path() + "/unit", {"REFLECTORB_LOG_LEVEL=0"}};
+    std::array<std::unique_ptr<Actor>, kActors> actors_;
+};
+
+TEST_F(Tree, IsFoundAsFarAsItsOwnersAreThere) {
+    walkWhole(kNone);
+    std::vector<Counts> before;
+    forEach([&before](unsigned, Actor &actor) { before.push_back(rest(actor)); });
+    const long memory = memoryOf(*actors_[1]);
+
+    struct Round {
+        unsigned victim;
+        unsigned namerInWalk;
+        unsigned namerWithout;
+        unsigned namerAfter;
+    };
+    for (const Round &round : {Round{3, 2, kNone, 1}, Round{0, kNone, 2, kNone}}) {
+        killInWalk(round.victim, round.namerInWalk);
+        awaitMembers(kActors - 1);
+        walkWithout(round.victim, round.namerWithout);
+        start(round.victim);
+        awaitMembers(kActors);
+        build(round.victim);
+        walkWhole(round.namerAfter);
+    }
+
+    forEach([&before](unsigned which, Actor &actor) { expectAtRest(actor, before[which]); });
+    if (kMemoryIsMeasured) {
+        EXPECT_LE(memoryOf(*actors_[1]), memory + kMoreMemory);
+    }
+    std::printf("tree: %u objects, %ld KiB before, %ld KiB after\n", kAll, memory, memoryOf(*actors_[1]));
+}
+
+} // namespace
