@@ -1,19 +1,24 @@
-#include "chassis/Program.h"
-
-#include <gtest/gtest.h>
+#include "chassis/Machine.h"
 
 #include <csignal>
 
 namespace {
 
-using Testing::ChassisUnit;
+using Testing::MachineTest;
 using Testing::Outcome;
 using Testing::Program;
 using Testing::runProgram;
 
-class Manager : public testing::Test {
+class Manager : public MachineTest {
 protected:
-    const ChassisUnit unit_;
+    /** What SIGUSR1 makes it print. */
+    static std::string treeOf(Program &manager) {
+        const std::size_t before = manager.output().size();
+        manager.signal(SIGUSR1);
+        manager.expect("SLOT  PORT");
+        manager.expect(" ports in ");
+        return manager.output().substr(before);
+    }
 };
 
 TEST_F(Manager, EndsCleanlyBySignals) {
@@ -33,6 +38,85 @@ TEST_F(Manager, PrintsTheTreeOnSigusr1) {
     manager.expect("0 ports in 0 slots");
     manager.signal(SIGTERM);
     EXPECT_EQ(0, manager.end());
+}
+
+TEST_F(Manager, TellsOfThePortsOfAllSlots) {
+    const Started early = launchAgent(2);
+    early->expect("slot 2 is published");
+    const Started manager = startManager();
+    manager->expectAll({"slot 2  actor port_agent (broker 0x", "slot 2  port lo found: "});
+    early->expect("slot 2 is part of /chassis");
+    const Started late = startAgent(3);
+    manager->expectAll({"slot 3  actor port_agent (broker 0x", "slot 3  port lo created: "});
+    late->signal(SIGTERM);
+    EXPECT_EQ(0, late->end()) << late->output();
+    manager->expect("slot 3  port lo deleted");
+    manager->expect("slot 3  actor port_agent (broker 0x");
+}
+
+TEST_F(Manager, MissesNobodyWhenAllStartAtOnce) {
+    for (int round = 0; round < 5; ++round) {
+        const Testing::ChassisUnit unit;
+        std::vector<Started> agents;
+        const auto launch = [&](unsigned slot) {
+            agents.push_back(std::make_unique<Program>(
+                unit, slot, std::vector<std::string>{PORT_AGENT, "--slot", std::to_string(slot)}));
+        };
+        launch(1);
+        Program manager(unit, 1, {CHASSIS_MANAGER});
+        launch(2);
+        launch(3);
+        manager.expectAll({"slot 1  port lo ", "slot 2  port lo ", "slot 3  port lo "});
+        for (const Started &agent : agents) {
+            agent->expect("is part of /chassis");
+        }
+        const Outcome slots = runProgram(unit, 9, {PORTCTL, "show", "/chassis"});
+        EXPECT_TRUE(has(slots.output, "  slot1, slot2, slot3\n")) << slots.output;
+    }
+}
+
+TEST_F(Manager, PictureAndTreeHealWhenAnAgentIsKilledAndStartedAgain) {
+    const Started manager = startManager();
+    const Started other = startAgent(3);
+    Started agent = startAgent(2);
+    manager->expect("slot 2  port lo created: ");
+    for (int round = 0; round < 3; ++round) {
+        agent->kill();
+        manager->expect(") is gone, and with it ");
+        EXPECT_FALSE(has(treeOf(*manager), "\n   2  ")) << manager->output();
+        EXPECT_TRUE(has(portctl({"show", "/chassis"}).output, "  slot3\n"));
+        agent = startAgent(2);
+        manager->expect("slot 2  port lo created: ");
+        EXPECT_TRUE(has(treeOf(*manager), "\n   2  lo ")) << manager->output();
+        EXPECT_TRUE(has(portctl({"show", "/chassis"}).output, "  slot2, slot3\n"));
+    }
+}
+
+TEST_F(Manager, ThatIsKilledIsReplacedByAnotherToWhichAllAgentsCome) {
+    Started manager = startManager();
+    const Started second = startAgent(2);
+    const Started third = startAgent(3);
+    manager->kill();
+    EXPECT_EQ(4, portctl({"tree"}).status);
+    manager = startManager();
+    manager->expectAll({"slot 2  port lo found: ", "slot 3  port lo found: "});
+    for (const Started *agent : {&second, &third}) {
+        (*agent)->expect("is part of /chassis");
+    }
+    EXPECT_TRUE(has(portctl({"show", "/chassis"}).output, "  slot2, slot3\n"));
+    EXPECT_EQ(0, portctl({"show", "slot3/lo"}).status);
+}
+
+TEST_F(Manager, IsNotHeldUpByAnAgentThatDoesNotAnswer) {
+    const Started manager = startManager();
+    const Started agent = startAgent(2);
+    manager->expect("slot 2  port lo created: ");
+    agent->signal(SIGSTOP);
+    EXPECT_TRUE(has(treeOf(*manager), "\n   2  lo ")) << manager->output();
+    manager->signal(SIGTERM);
+    manager->expect("manager of /chassis ends"); // and tells the agent, for which it has to wait
+    manager->signal(SIGINT);
+    EXPECT_EQ(128 + SIGINT, manager->end()) << manager->output();
 }
 
 TEST_F(Manager, IsTheOnlyOneOfItsUnit) {

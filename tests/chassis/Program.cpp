@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -64,22 +65,42 @@ bool Program::readMore(int milliseconds) {
     return true;
 }
 
-std::string Program::expect(const std::string &text) {
+bool Program::nextLine(std::string &line) {
     const Clock::time_point limit = Clock::now() + kPatience;
-    for (;;) {
-        const std::size_t newline = output_.find('\n', taken_);
-        if (newline != std::string::npos) {
-            const std::string line = output_.substr(taken_, newline - taken_);
-            taken_ = newline + 1;
-            if (line.find(text) != std::string::npos) {
-                return line;
-            }
-        } else if (!readMore(leftUntil(limit)) && (ended_ || leftUntil(limit) == 0)) {
-            ADD_FAILURE() << "process " << process_.pid << (ended_ ? " ended" : " went on") << " without '" << text
-                          << "':\n"
-                          << output_;
-            return "?";
+    std::size_t newline = output_.find('\n', taken_);
+    while (newline == std::string::npos) {
+        if (!readMore(leftUntil(limit)) && (ended_ || leftUntil(limit) == 0)) {
+            return false;
         }
+        newline = output_.find('\n', taken_);
+    }
+    line = output_.substr(taken_, newline - taken_);
+    taken_ = newline + 1;
+    return true;
+}
+
+std::string Program::expect(const std::string &text) {
+    for (std::string line; nextLine(line);) {
+        if (line.find(text) != std::string::npos) {
+            return line;
+        }
+    }
+    ADD_FAILURE() << "process " << process_.pid << (ended_ ? " ended" : " went on") << " without '" << text << "':\n"
+                  << output_;
+    return "?";
+}
+
+void Program::expectAll(std::vector<std::string> texts) {
+    for (std::string line; !texts.empty();) {
+        if (!nextLine(line)) {
+            ADD_FAILURE() << "process " << process_.pid << (ended_ ? " ended" : " went on") << " without '"
+                          << texts.front() << "':\n"
+                          << output_;
+            return;
+        }
+        texts.erase(std::remove_if(texts.begin(), texts.end(),
+                                   [&line](const std::string &text) { return line.find(text) != std::string::npos; }),
+                    texts.end());
     }
 }
 

@@ -32,6 +32,8 @@ public:
     /** The next line, standard error included, that has the text; those before it are passed over. Fails the test after
      *  60 s, or when the process has ended, and returns "?". */
     std::string expect(const std::string &text);
+    /** The same until each of the texts was in a line, in whatever order they come. */
+    void expectAll(std::vector<std::string> texts);
     void signal(int number) const;
     /** Waits for the end, at most 60 s: the exit status, 128 + signal if it was killed, -1 if it did not end. */
     int end();
@@ -42,6 +44,7 @@ public:
 
 private:
     bool readMore(int milliseconds);
+    bool nextLine(std::string &line);
 
     Process process_;
     std::string output_;

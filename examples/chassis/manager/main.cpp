@@ -70,11 +70,13 @@ int manage() {
                                     chassis->drop(Transport::TerminationId(event.broker));
                                 }
                             });
-    reporter.start("slot " + std::to_string(orb->orbId().slotId()) + "  manager of " + Paths::chassis() + " ready");
+    const std::string who = "slot " + std::to_string(orb->orbId().slotId()) + "  manager of " + Paths::chassis();
+    reporter.start(who + " ready");
     while (View::waitForSignal({SIGTERM, SIGINT, SIGUSR1}) == SIGUSR1) {
         reporter.printTree();
     }
     View::letSignalsEnd();
+    reporter.print(who + " ends, and tells the others so");
     reporter.stop();
     endChassis(std::move(chassis));
     return 0;
