@@ -1,6 +1,7 @@
 #include "objects/REFLECT_objectStub.h"
 
 #include "objects/ObjectHandler.h"
+#include "objects/REFLECT_object.h"
 #include "rmi/IPPRMI_objectClient.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
 #include "rmi/StreamOperators.h"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 
 namespace {
 
@@ -125,6 +127,35 @@ TEST_F(ObjectStubTest, AStubThatBecomesInvalidWhileItIsLookedForStaysInvalid) {
             });
     EXPECT_FALSE(stub.isValid());
     EXPECT_EQ(0U, stub.getInternalOID());
+}
+
+/** While the other one is looked for, the stub of the first is still there. */
+TEST_F(ObjectStubTest, AHandleLetsItsObjectGoWhenItHasTheOther) {
+    TreflectObject handle;
+    TipprmiStream reference(100);
+    reference << remote(0x10, "old");
+    reference >> handle;
+    const TreflectObjectStub *const old = handle.getStub();
+    std::unique_ptr<TreflectObject> late;
+    against([&] { late = std::make_unique<TreflectObject>(name("late")); },
+            [&] {
+                resolveTo(0);
+                resolveTo(0);
+            });
+    against([&] { handle = *late; },
+            [&] {
+                const AddressedMessage question = peer.next();
+                {
+                    const TreflectHandlerState own(true);
+                    EXPECT_EQ(old, handle.getStub());
+                    EXPECT_EQ(1, old->refCount());
+                    EXPECT_EQ(2, late->getStub()->refCount());
+                }
+                peer.respond(question, [](TipprmiStream &body) { body << 0x77U; });
+            });
+    EXPECT_EQ(late->getStub(), handle.getStub());
+    EXPECT_EQ(2, handle.getStub()->refCount());
+    EXPECT_EQ(1, adopt(remote(0x10, "old")).refCount()) << "nothing is left of the old one";
 }
 
 TEST_F(ObjectStubTest, AfterItWasFoundHereACallHasNoHead) {
