@@ -37,10 +37,6 @@ public:
     TipprmiObjectSkeleton *getServer() const override;
     virtual bool forwardMsg(const TreflectOrbId &orb, bool transaction, TipprmiStream &request,
                             TipprmiStream &response) const;
-    bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
-                  TipprmiStream &response) override {
-        return static_cast<const TreflectObjectStub *>(this)->dispatch(transaction, cc, mc, request, response);
-    }
     /** False, and an exception of type 1 in `response`, if the object cannot be reached. */
     bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                   TipprmiStream &response) const override;
@@ -70,6 +66,11 @@ public:
                                   TreflectObserver *observer) const;
     /** Of all operations, whichever is given. */
     virtual void removeObserver(const TreflectMetaOperation *operation, TreflectObserver *observer) const;
+    // Last: in front of the others it would move their places in the table of virtual functions.
+    bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
+                  TipprmiStream &response) override {
+        return static_cast<const TreflectObjectStub *>(this)->dispatch(transaction, cc, mc, request, response);
+    }
 
     void incRefCount() noexcept { ++refCount_; }
     /** True when the last reference went. */

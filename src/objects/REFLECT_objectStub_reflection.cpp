@@ -59,7 +59,8 @@ TreflectServerObject *reflective(TipprmiObjectSkeleton *server) {
 } // namespace
 
 const TreflectMetaObject *TreflectObjectStub::meta() const {
-    meta_ = nullptr;
+    // Not in meta_ meanwhile: another thread may ask while this one waits for the answer.
+    const TreflectMetaObject *found = nullptr;
     if (isConnected()) {
         TipprmiSequence<unsigned> ids;
         if (TipprmiObjectSkeleton *server = getServer()) {
@@ -68,14 +69,15 @@ const TreflectMetaObject *TreflectObjectStub::meta() const {
         } else {
             ids = ask<TipprmiSequence<unsigned>>(BuiltInCall(*this, BuiltIn::getClassIds));
         }
-        for (unsigned i = 0; i < ids.getLength() && meta_ == nullptr; ++i) {
-            meta_ = InterfaceRepository::instance()->findInterface(ids[i]);
+        for (unsigned i = 0; i < ids.getLength() && found == nullptr; ++i) {
+            found = InterfaceRepository::instance()->findInterface(ids[i]);
         }
     }
-    if (meta_ == nullptr) {
+    if (found == nullptr) {
         LogDispatch(4, "TreflectObjectStub::meta() - did not find any meta information, returning NULL", kSource);
     }
-    return meta_;
+    meta_ = found;
+    return found;
 }
 
 // --- the tree -------------------------------------------------------------------------------------------------------

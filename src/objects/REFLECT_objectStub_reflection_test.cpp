@@ -6,7 +6,9 @@
 #include "reflection/REFLECT_metaObject.h"
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
+#include "support/Concurrency.h"
 #include "support/FakePeer.h"
+#include "support/ManualPeer.h"
 #include "threads/HandlerState.h"
 
 namespace {
@@ -145,6 +147,34 @@ TEST_F(StubReflectionTest, TheFirstKnownClassIsTheObjectsClass) {
               log.count(4, "TreflectObjectStub::meta() - did not find any meta information, returning NULL", kSource));
 }
 
+/** While one thread waits for its answer another one gets that to its own question. */
+TEST_F(StubReflectionTest, ThreadsThatAskForTheClassAtTheSameTimeEachHaveTheirAnswer) {
+    const PortMeta meta;
+    link.setFate({});
+    const Testing::ManualPeer byHand(link, orb, peer.id());
+    const TreflectReleaseHandlerState released;
+    const TreflectMetaObject *first = nullptr;
+    const TreflectMetaObject *second = &meta;
+    const auto ask = [this](const TreflectMetaObject *&result) {
+        return [this, &result] {
+            const TreflectHandlerState own(true);
+            result = stub->meta();
+        };
+    };
+    Testing::TestThread one(ask(first));
+    const Transport::AddressedMessage ofOne = byHand.next();
+    Testing::TestThread other(ask(second));
+    const Transport::AddressedMessage ofOther = byHand.next();
+    byHand.respond(ofOne, [](TipprmiStream &response) { response << TipprmiExceptionContainer() << 1U << kClass; });
+    EXPECT_TRUE(one.join());
+    byHand.respond(ofOther, [](TipprmiStream &response) { response << TipprmiExceptionContainer() << 0U; });
+    EXPECT_TRUE(other.join());
+    EXPECT_EQ(&meta, first);
+    EXPECT_EQ(nullptr, second);
+    EXPECT_EQ(1U,
+              log.count(4, "TreflectObjectStub::meta() - did not find any meta information, returning NULL", kSource));
+}
+
 TEST_F(StubReflectionTest, AStubWithoutPlaceHasNoClassAndAsksNobody) {
     const TreflectObjectStub nowhere;
     EXPECT_EQ(nullptr, nowhere.meta());
@@ -213,6 +243,19 @@ TEST_F(StubReflectionTest, ObserversAreRegisteredAtTheObject) {
     own.removeObserver(nullptr, &observer);
     EXPECT_FALSE(port.preObserverAvailable(kClass, 3));
     EXPECT_EQ(2U, peer.requests().size());
+}
+
+TEST_F(StubReflectionTest, AnAnswerWithoutContainerIsReportedWhenObserversAreRegistered) {
+    peer.answer([](TipprmiStream &) {});
+    const PortMeta meta;
+    const TreflectMetaOperation operation("go", &meta, 3);
+    TreflectObserver observer(name("observer"), nullptr, "observer");
+    stub->registerObserver(1, &operation, &observer);
+    EXPECT_EQ(1U, reports(1000));
+    EXPECT_EQ(0U, reports(1001));
+    stub->removeObserver(&operation, &observer);
+    EXPECT_EQ(1U, reports(1000));
+    EXPECT_EQ(1U, reports(1001));
 }
 
 TEST_F(StubReflectionTest, WithoutOperationOrObserverNothingIsRegistered) {

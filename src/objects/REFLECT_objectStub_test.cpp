@@ -8,9 +8,12 @@
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
 #include "support/ManualPeer.h"
+#include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <functional>
 #include <memory>
 
@@ -344,6 +347,71 @@ TEST_F(ObjectStubTest, WithoutBrokerAnObjectIsNotFound) {
     EXPECT_STREQ("elsewhere", stub.getOID().getIdString());
     EXPECT_FALSE(stub.isConnected());
     EXPECT_EQ(0U, stub.orbId().value());
+}
+
+SCENARIO(callOfAnObjectInAnotherNamespace) {
+    Transport::FakeLink &link = Transport::FakeLink::install();
+    TreflectORB &orb = *TreflectORB::getInstance(1);
+    SCENARIO_CHECK(TreflectORB::getInstance(2) != nullptr);
+    const Testing::ManualPeer peer(link, orb, kPeer);
+    const TreflectHandlerState state(true);
+    const TreflectObjectStub stub(Location(0x10, TreflectOrbId(kPeerOrb), nullptr, TipprmiOID("x", NamespaceId(2))));
+    TipprmiStream request(100);
+    TipprmiStream response(100);
+    stub.prepareRequestStream(false, 5, 6, request);
+    SCENARIO_CHECK(stub.dispatch(false, 5, 6, request, response));
+    SCENARIO_CHECK(peer.next().originator() == orb.termId());
+}
+
+TEST_F(ObjectStubTest, CallsGoByTheBrokerOfNamespaceOneWhateverThatOfTheName) {
+    const Testing::ProcessResult result = Testing::runScenario("callOfAnObjectInAnotherNamespace");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** Place of a virtual function in the table of its class: the first word of such a pointer is the place in bytes, on
+ *  some machines plus one. */
+template <class Member>
+std::ptrdiff_t slot(Member function) {
+    std::ptrdiff_t words[2];
+    static_assert(sizeof function == sizeof words);
+    std::memcpy(words, &function, sizeof words);
+    return words[0] / static_cast<std::ptrdiff_t>(sizeof(void *));
+}
+
+TEST_F(ObjectStubTest, ItsVirtualFunctionsAreInTheOrderOfTheBinaryInterface) {
+    using Stub = TreflectObjectStub;
+    using Dispatch = bool (Stub::*)(bool, unsigned, unsigned, TipprmiStream &, TipprmiStream &) const;
+    const std::ptrdiff_t slots[] = {
+        slot(&Stub::hasOID),
+        slot(&Stub::getOID),
+        slot(&Stub::orbId),
+        slot(&Stub::getInternalOID),
+        slot(&Stub::getNamespaceId),
+        slot(&Stub::getServer),
+        slot(&Stub::forwardMsg),
+        slot(static_cast<Dispatch>(&Stub::dispatch)),
+        slot(&Stub::meta),
+        slot(&Stub::getAbsName),
+        slot(&Stub::getRelName),
+        slot(&Stub::getParent),
+        slot(&Stub::getChild),
+        slot(&Stub::getChilds),
+        slot(&Stub::registerChild),
+        slot(&Stub::unregisterChild),
+        slot(static_cast<void (Stub::*)(const TreflectORB *, const TipprmiOID &)>(&Stub::connect)),
+        slot(static_cast<void (Stub::*)(const TipprmiOID &)>(&Stub::connect)),
+        slot(static_cast<void (Stub::*)(TipprmiObjectSkeleton *)>(&Stub::connect)),
+        slot(&Stub::isConnected),
+        slot(&Stub::className),
+        slot(&Stub::setExceptionContainer),
+        slot(&Stub::getExceptionContainer),
+        slot(&Stub::registerObserver),
+        slot(&Stub::removeObserver),
+    };
+    std::ptrdiff_t expected = 2; // behind the destructor, which has two
+    for (std::ptrdiff_t each : slots) {
+        EXPECT_EQ(expected++, each);
+    }
 }
 
 } // namespace

@@ -16,6 +16,7 @@ namespace {
 constexpr char kSource[] = "REFLECT_orb";
 constexpr unsigned kRequestSize = 100;
 constexpr unsigned kResponseSize = 104;
+constexpr int kMaxShown = 64 * 1024; // the log shows no more of a line
 
 using Locked = OSWrap::Lock<OSWrap::ConditionVar>;
 
@@ -33,10 +34,18 @@ std::string describeCall(TipprmiStream &body) {
                          static_cast<int>(mc));
 }
 
+/** Not copied first: it may be as long as a message, of which a line shows a part. */
 std::string describeName(TipprmiStream &body) {
-    TipprmiOID oid(nullptr, NamespaceId(1));
-    body >> oid;
-    return LogMakeString("    Message data: oid=%s", oid.getIdString() != nullptr ? oid.getIdString() : "unnamed");
+    int length = 0;
+    body >> length;
+    length = body.admitLength(length);
+    const bool there = length > 0 && body.getRemaining() >= length && !body.hasUnmarshallingFailed();
+    const char *name = there ? reinterpret_cast<const char *>(body.getReadPtr()) : "";
+    body.unmarshall(nullptr, length);
+    NamespaceId ns;
+    body >> ns;
+    return there && *name != '\0' ? LogMakeString("    Message data: oid=%.*s", std::min(length, kMaxShown), name)
+                                  : LogMakeString("    Message data: oid=unnamed");
 }
 
 std::string describeClass(TipprmiStream &body) {
@@ -59,7 +68,7 @@ std::string describeTermination(TipprmiStream &body) {
 }
 
 std::string describeNothing(TipprmiStream &) {
-    return "    Message data: unknown message";
+    return LogMakeString("    Message data: unknown message"); // which does not throw without memory
 }
 
 using Describe = std::string (*)(TipprmiStream &body);

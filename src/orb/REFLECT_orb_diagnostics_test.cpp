@@ -106,9 +106,17 @@ SCENARIO(dumpWithoutMemory) {
     Log::setSink([](int, const std::string &, const char *) {});
     peer.send(peer.call(1, true, 1, 1));
     peer.next();
+    std::vector<TipprmiStream> bodies;
+    for (unsigned type = 0; type <= 11; ++type) {
+        bodies.push_back(peer.message(static_cast<Message::type_t>(type), Message::kRequ, 0x2A));
+        bodies.back() << std::string(300, 'x') << 1U;
+    }
     const Testing::FailingHeap none(0, Testing::FailingHeap::Calls::all);
     orb.dumpMessages();
     orb.display(0);
+    for (const TipprmiStream &body : bodies) {
+        orb.testInfoAboutMessage(kPeer, body.msg(), true);
+    }
 }
 
 TEST_F(DiagnosticsTest, WithoutMemoryThereAreNoLinesAndNothingWorse) {
@@ -130,6 +138,12 @@ TEST_F(DiagnosticsTest, EachTypeOfMessageIsDescribedByItsBody) {
     TipprmiStream nameless = of(Message::tRslve);
     nameless << TipprmiOID(nullptr, NamespaceId(1));
     EXPECT_EQ("    Message data: oid=unnamed", described(nameless));
+    TipprmiStream cut = of(Message::tRslve);
+    cut << 5U << 0x2F612F62U;
+    EXPECT_EQ("    Message data: oid=unnamed", described(cut));
+    TipprmiStream endless = of(Message::tRslve);
+    endless << TipprmiOID(std::string(1024 * 1024, 'e'), NamespaceId(1));
+    EXPECT_EQ("    Message data: oid=" + std::string(64 * 1024, 'e'), described(endless)) << "the log shows no more";
     for (Message::type_t type : {Message::tOCN, Message::tODN, Message::tODNSU, Message::tOCNUN, Message::tODNUN}) {
         TipprmiStream body = of(type);
         body << 0xC1A55U << true;
