@@ -28,5 +28,13 @@ Result locateUnknown10();
 Result locateUnknown30();
 Result stubMemory();
 Result firstCall();
+Result getChild5Local();
+Result getChild5Remote();
+Result meta();
+Result attributeGet();
+Result handleCopy();
+Result objectLocal();
+Result objectRemote();
+Result objectsPerMib();
 
 } // namespace Bench

@@ -160,13 +160,13 @@ unsigned ServiceClient::allocated() const {
 
 // --- its actor ------------------------------------------------------------------------------------------------------
 
-Peer::Peer(const std::string &name) {
+Peer::Peer(const std::string &name, const char *mode) {
     int in[2];
     int out[2];
     if (TreflectORB::getInstance(1) == nullptr || ::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) {
         fail("no broker, or no pipes");
     }
-    pid_ = startSelf("--serve-calls", name, in[0], out[1]);
+    pid_ = startSelf(mode, name, in[0], out[1]);
     input_ = in[1];
     output_ = out[0];
 }
@@ -212,12 +212,15 @@ unsigned Called::allocated() const {
 }
 
 int serveCalls(const std::string &name) {
-    const TreflectORB *orb = TreflectORB::getInstance(1);
-    if (orb == nullptr) {
+    if (TreflectORB::getInstance(1) == nullptr) {
         return 1;
     }
     const Service service(name);
-    const unsigned id = orb->termId().value();
+    return serveUntilTheEnd();
+}
+
+int serveUntilTheEnd() {
+    const unsigned id = TreflectORB::getInstance(1)->termId().value();
     if (::write(STDOUT_FILENO, &id, sizeof id) != sizeof id) {
         return 1;
     }

@@ -51,10 +51,11 @@ private:
     TipprmiObjectClient object_;
 };
 
-/** Another actor with a service of that name, from the end of the constructor on. */
+/** Another actor with a service of that name, from the end of the constructor on; or what another mode of this program
+ *  serves. */
 class Peer {
 public:
-    explicit Peer(const std::string &name);
+    explicit Peer(const std::string &name, const char *mode = "--serve-calls");
     ~Peer();
     Peer(const Peer &) = delete;
     Peer &operator=(const Peer &) = delete;
@@ -87,6 +88,8 @@ struct Called {
 
 /** The other side of Peer. */
 int serveCalls(const std::string &name);
+/** What a mode of this program does that is the other side of a Peer, once its objects are there. */
+int serveUntilTheEnd();
 /** Makes a broker, calls that service once, and ends. */
 int callOnce(const std::string &name);
 

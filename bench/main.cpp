@@ -19,10 +19,19 @@
  *                        the same, of one that nobody has
  *   memstub              memory of a stub of a remote object
  *   firstcall            from the start of an actor to the end of its first call
+ *   getchild5local, getchild5remote
+ *                        from the root of a tree down five levels, by name, here or in another actor
+ *   meta                 the class of an object of another actor, and of one here
+ *   attrget              a handle, its attribute by name, and the value, of an object of another actor; the parts of it
+ *   handlecopy           copies and assignments of handles
+ *   objectlocal, objectremote
+ *                        an object comes and goes as the child of one here, or in another actor
+ *   objectspermib        memory of objects with a name, a parent and a handle
  */
 #include "Benchmarks.h"
 #include "Exchange.h"
 #include "Service.h"
+#include "Tree.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -61,6 +70,14 @@ constexpr Benchmark kBenchmarks[] = {
     {"locateunknown30", "search of what none of 30 actors has", &locateUnknown30},
     {"memstub", "memory of a stub of a remote object", &stubMemory},
     {"firstcall", "from the start of an actor to the end of its first call", &firstCall},
+    {"getchild5local", "five levels down a tree here", &getChild5Local},
+    {"getchild5remote", "five levels down a tree of another actor", &getChild5Remote},
+    {"meta", "class of an object", &meta},
+    {"attrget", "attribute by name and its value", &attributeGet},
+    {"handlecopy", "copies and assignments of handles", &handleCopy},
+    {"objectlocal", "an object comes and goes, its parent is here", &objectLocal},
+    {"objectremote", "an object comes and goes, its parent is in another actor", &objectRemote},
+    {"objectspermib", "memory of objects", &objectsPerMib},
 };
 
 /** The programs that the benchmarks start. */
@@ -73,6 +90,7 @@ constexpr Mode kModes[] = {
     {"--serve-by-hand", [](const char *socket) { return serveByHand(std::atoi(socket)); }},
     {"--serve-idle", [](const char *) { return serveIdle(); }},
     {"--serve-calls", [](const char *name) { return serveCalls(name); }},
+    {"--serve-tree", [](const char *name) { return serveTree(name); }},
     {"--call-once", [](const char *name) { return callOnce(name); }},
 };
 

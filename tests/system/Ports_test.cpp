@@ -77,6 +77,46 @@ TEST_F(Ports, HoldObjectsOfAnyActor) {
     }
 }
 
+TEST_F(Ports, LeadToOneAnother) {
+    ask(other, "make r");
+    ask(owner, "carry p q");
+    ask(owner, "carry q r");
+    for (Actor *caller : {&owner, &other}) {
+        EXPECT_EQ("Port", ask(*caller, "class r"));
+        EXPECT_EQ("0 S-q", ask(*caller, "via p carrier serial"));
+        EXPECT_EQ("0 S-r", ask(*caller, "via p carrier carrier serial"));
+        EXPECT_EQ("0 ", ask(*caller, "via p carrier carrier carrier serial")) << "r has none, and that travels too";
+        EXPECT_EQ("0", ask(*caller, "do p carrier carrier reset"));
+        EXPECT_EQ("0", ask(*caller, "do p carrier carrier carrier reset"));
+        EXPECT_EQ("0", ask(*caller, "do p blink"));
+        EXPECT_EQ("4 ", ask(*caller, "via p carrier nothing serial"));
+        EXPECT_EQ("5", ask(*caller, "do p carrier nothing"));
+        EXPECT_EQ("5", ask(*caller, "do p nothing"));
+        EXPECT_EQ("-", ask(*caller, "class nothing"));
+    }
+    EXPECT_EQ("2", ask(other, "resets r"));
+    EXPECT_EQ("0", ask(owner, "resets q"));
+    EXPECT_EQ("2", ask(owner, "blinks p"));
+    EXPECT_EQ("0", ask(other, "do p setRate")) << "which it refuses without arguments";
+    EXPECT_TRUE(owner.waitLog("Unmarshall error on cc=0x5A3C10F1"));
+}
+
+/** In both actors at once, of objects here and there. */
+TEST_F(Ports, AreUsedByManyThreads) {
+    ask(other, "make r");
+    ask(owner, "carry p r");
+    ask(owner, "join p q r");
+    constexpr unsigned kThreads = 4;
+    constexpr unsigned kRounds = 25;
+    const std::string command = "threads p " + std::to_string(kThreads) + " " + std::to_string(kRounds);
+    owner.tell("port " + command);
+    other.tell("port " + command);
+    const std::string all = std::to_string(kThreads * kRounds);
+    EXPECT_EQ(all + " of " + all, owner.expect("port "));
+    EXPECT_EQ(all + " of " + all, other.expect("port "));
+    EXPECT_EQ(std::to_string(2 * kThreads * kRounds), ask(other, "resets r"));
+}
+
 TEST_F(Ports, RaiseExceptionsWithTheirMembers) {
     ask(owner, "busy p 60 maintenance");
     for (Actor *caller : {&owner, &other}) {

@@ -1,12 +1,16 @@
 #include "Ports.h"
 
 #include "Output.h"
+#include "platform/Thread.h"
 #include "support/ReflectiveClasses.h"
 #include "threads/HandlerState.h"
 
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -172,6 +176,109 @@ std::string onSet(Arguments &arguments) {
     return std::to_string(object.attribute(word(arguments))->operSet()->call());
 }
 
+std::string onCarry(Arguments &arguments) {
+    ActorPort &port = own(arguments);
+    port.carriedBy = TreflectObject(TipprmiOID(word(arguments), NamespaceId(1)));
+    return "ok";
+}
+
+/** All words but the last are attributes on the way, whose objects have the next. */
+std::vector<std::string> words(Arguments &arguments) {
+    std::vector<std::string> all;
+    for (std::string text = word(arguments); !text.empty(); text = word(arguments)) {
+        all.push_back(text);
+    }
+    return all;
+}
+
+std::string onVia(Arguments &arguments) {
+    const TreflectObject object = named(arguments);
+    TreflectAttribute *attribute = nullptr;
+    for (const std::string &name : words(arguments)) {
+        attribute = attribute == nullptr ? object.attribute(name) : attribute->attribute(name);
+    }
+    std::string text;
+    const int code = attribute->get(text);
+    return std::to_string(code) + " " + text;
+}
+
+std::string onDo(Arguments &arguments) {
+    const TreflectObject object = named(arguments);
+    std::vector<std::string> way = words(arguments);
+    const std::string operation = way.back();
+    way.pop_back();
+    TreflectAttribute *attribute = nullptr;
+    for (const std::string &name : way) {
+        attribute = attribute == nullptr ? object.attribute(name) : attribute->attribute(name);
+    }
+    return std::to_string(
+        (attribute == nullptr ? object.operation(operation) : attribute->operation(operation))->call());
+}
+
+std::string onClass(Arguments &arguments) {
+    const TreflectMetaObject *const meta = named(arguments).meta();
+    return meta != nullptr ? meta->name() : "-";
+}
+
+/** With handles of its own; true if all answers are those of a port that others use in the same way. */
+bool useOnce(const std::string &name) {
+    const Port port(TipprmiOID(name, NamespaceId(1)));
+    std::string mode = "m";
+    unsigned effective = 0;
+    unsigned speed = 0;
+    std::string serial;
+    TreflectObject member;
+    TreflectAttribute &carrier = *port.attribute("carrier");
+    const auto *const members =
+        dynamic_cast<const TreflectSequenceMetaAttribute *>(port.meta()->metaAttribute("members"));
+    port.speed(115200);
+    return port.setRate(5, mode, effective) == 50 && mode == "m?" && effective == 50 &&
+           port.attribute("speed")->get(speed) == 0 && speed == 115200 &&
+           carrier.attribute("serial")->get(serial) == 0 && serial.substr(0, 2) == "S-" &&
+           carrier.operation("reset")->call() == 0 && (*members->getTied(&port))[0].get(member) == 0 &&
+           member.isConnected() && port.operation("nothing")->call() == TreflectOperation::error;
+}
+
+class User : public OSWrap::Thread {
+public:
+    User(std::string name, unsigned rounds)
+        : Thread(OSWrap::Priority(0), OSWrap::SchedulingPolicy(0), 256 * 1024, "user", false), name_(std::move(name)),
+          rounds_(rounds) {}
+    unsigned good() const { return good_; } // when it has ended
+
+protected:
+    int run() override {
+        const TreflectHandlerState state(true);
+        for (unsigned i = 0; i < rounds_; ++i) {
+            good_ += useOnce(name_) ? 1 : 0;
+        }
+        return 0;
+    }
+
+private:
+    const std::string name_;
+    const unsigned rounds_;
+    unsigned good_ = 0;
+};
+
+std::string onThreads(Arguments &arguments) {
+    const std::string name = word(arguments);
+    const unsigned count = number(arguments);
+    const unsigned rounds = number(arguments);
+    std::list<User> users;
+    for (unsigned i = 0; i < count; ++i) {
+        users.emplace_back(name, rounds);
+        users.back().start();
+    }
+    const TreflectReleaseHandlerState released;
+    unsigned good = 0;
+    for (User &user : users) {
+        user.join();
+        good += user.good();
+    }
+    return std::to_string(good) + " of " + std::to_string(count * rounds);
+}
+
 std::string onBlink(Arguments &arguments) {
     named(arguments).blink();
     return "ok";
@@ -194,6 +301,12 @@ constexpr Command kCommands[] = {
     {"serial", [](Arguments &arguments) { return named(arguments).serial(); }},
     {"members", &onMembers},
     {"lanes", &onLanes},
+    {"carry", &onCarry},
+    {"via", &onVia},
+    {"do", &onDo},
+    {"class", &onClass},
+    {"threads", &onThreads},
+    {"resets", [](Arguments &arguments) { return std::to_string(own(arguments).resets); }},
     {"blink", &onBlink},
     {"blinks", [](Arguments &arguments) { return std::to_string(own(arguments).blinks); }},
     {"number", &readByName<unsigned>},

@@ -17,6 +17,13 @@
  *   port blinks NAME                  how often, here                            -> "port COUNT"
  *   port number|text NAME ATTRIBUTE   read by name                               -> "port CODE VALUE"
  *   port element NAME ATTRIBUTE INDEX identifier of an element, read by name     -> "port CODE NAME"
+ *   port carry NAME OTHER             its carrier from now on                     -> "port ok"
+ *   port via NAME ATTRIBUTE...        text at the end of the way from object to object, read by name
+ *                                                                                -> "port CODE VALUE"
+ *   port do NAME ATTRIBUTE... OPERATION   calls what is there, by name           -> "port CODE"
+ *   port resets NAME                  how often, here                            -> "port COUNT"
+ *   port class NAME                   "-" if it is not known                     -> "port CLASS"
+ *   port threads NAME THREADS ROUNDS  each reads, sets and calls by handles of its own -> "port GOOD of ALL"
  *   port set NAME ATTRIBUTE           calls its setter by name, without value    -> "port CODE"
  */
 void onPort(std::istringstream &arguments);
