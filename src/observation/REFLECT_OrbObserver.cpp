@@ -2,13 +2,16 @@
 
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
+#include "platform/Cancellation.h"
 #include "platform/Lock.h"
 #include "platform/Log.h"
 #include "platform/TransportLayer.h"
 #include "threads/HandlerState.h"
 
 #include <algorithm>
+#include <cassert>
 #include <exception>
+#include <memory>
 
 namespace {
 
@@ -20,7 +23,9 @@ using SignalLocked = OSWrap::Lock<OSWrap::ConditionVar>;
 
 } // namespace
 
-TreflectOrbObserverIf::~TreflectOrbObserverIf() = default;
+TreflectOrbObserverIf::~TreflectOrbObserverIf() {
+    TreflectORB::forget(*this);
+}
 
 TreflectOrbObserver::TreflectOrbObserver()
     : worker_(*this, &TreflectOrbObserver::handler, ~0U, OSWrap::Priority(3), OSWrap::SchedulingPolicy(0),
@@ -31,6 +36,7 @@ TreflectOrbObserver::TreflectOrbObserver()
 }
 
 TreflectOrbObserver::~TreflectOrbObserver() {
+    assert(!TreflectORB::hasRunPermission());
     worker_.stop();
     worker_.join();
 }
@@ -64,12 +70,37 @@ bool TreflectOrbObserver::subscribe(TreflectOrbObserverIf *observer, const Appea
 }
 
 bool TreflectOrbObserver::unsubscribe(const TreflectOrbObserverIf *observer) {
+    erase(observer);
+    OSWrap::DisableCancelStateGuard uncancelled; // observers unsubscribe in their destructors
+    SignalLocked lock(told_);
+    if (teller_ == OSWrap::Thread::getCurrentId()) {
+        return true; // in a callback, which cannot be waited for
+    }
+    pending_.remove_if([observer](const TreflectOrbObserverIf *other) { return other == observer; });
+    while (current_ == observer && !closed_) {
+        told_.wait(OSWrap::TimeSpec::INFINITETIME);
+    }
+    return true;
+}
+
+void TreflectOrbObserver::forget(const TreflectOrbObserverIf &observer) {
+    erase(&observer);
+    SignalLocked lock(told_);
+    pending_.remove_if([&observer](const TreflectOrbObserverIf *other) { return other == &observer; });
+}
+
+void TreflectOrbObserver::close() noexcept {
+    SignalLocked lock(told_);
+    closed_ = true;
+    told_.broadcast();
+}
+
+void TreflectOrbObserver::erase(const TreflectOrbObserverIf *observer) {
     Locked lock(observerLock_);
     const auto found = obsFind(observer);
     if (found != observers_.end()) {
         observers_.erase(found);
     }
-    return true;
 }
 
 TreflectOrbObserver::Observers::iterator TreflectOrbObserver::obsFind(const TreflectOrbObserverIf *observer) {
@@ -127,36 +158,67 @@ int TreflectOrbObserver::handler() {
     }
 }
 
-/** To a copy of the subscriptions, since observers may come and go in a callback. */
 void TreflectOrbObserver::deliver(const OrbAppear_t &event) {
     SingletonInstances::Inside inside; // a callback may end the process, which must not wait for this thread then
-    Observers observers;
-    bool copied = true;
-    {
-        Locked lock(observerLock_);
-        try {
-            observers = observers_;
-        } catch (const std::bad_alloc &) {
-            copied = false;
-        }
-    }
-    if (!copied) {
-        LogDispatch(3, LogMakeString("no memory to tell that 0x%X has come or gone", event.id.value()), kSource);
-    }
+    OSWrap::DisableCancelStateGuard uncancelled; // callbacks are application code: only the wait for events ends
     struct Telling {
         std::atomic<bool> &flag;
         explicit Telling(std::atomic<bool> &set) : flag(set) { flag = true; }
         ~Telling() { flag = false; }
     } telling(telling_);
-    for (const OrbObserver_t &entry : observers) {
-        if (closed_) { // looked at after the flag is set: who closes, and then sees the flag, waits
+    if (!selectObservers(event.type)) {
+        LogDispatch(3, LogMakeString("no memory to tell that 0x%X has come or gone", event.id.value()), kSource);
+    }
+    while (!closed_ && isAnyPending()) { // after the flag is set: who closes, and then sees the flag, waits
+        TreflectHandlerState state(true);
+        tellNext(event);
+    }
+}
+
+/** A copy of the subscriptions, since observers may come and go in a callback. */
+bool TreflectOrbObserver::selectObservers(Appear_t type) {
+    SignalLocked lock(told_);
+    teller_ = OSWrap::Thread::getCurrentId();
+    pending_.clear();
+    Locked observersLock(observerLock_);
+    try {
+        for (const OrbObserver_t &entry : observers_) {
+            if (entry.mask == type || entry.mask == kBoth) {
+                pending_.push_back(entry.observer);
+            }
+        }
+    } catch (const std::bad_alloc &) {
+        pending_.clear();
+        return false;
+    }
+    return true;
+}
+
+bool TreflectOrbObserver::isAnyPending() {
+    SignalLocked lock(told_);
+    return !pending_.empty();
+}
+
+/** The next one may have gone while the permission was waited for. */
+void TreflectOrbObserver::tellNext(const OrbAppear_t &event) {
+    TreflectOrbObserverIf *observer = nullptr;
+    {
+        SignalLocked lock(told_);
+        if (pending_.empty()) {
             return;
         }
-        if (entry.mask == event.type || entry.mask == kBoth) {
-            TreflectHandlerState state(true);
-            entry.observer->orbAppearance(event.id, event.type);
-        }
+        observer = pending_.front();
+        pending_.pop_front();
+        current_ = observer;
     }
+    const std::unique_ptr<TreflectOrbObserver, void (*)(TreflectOrbObserver *)> end(this, &endOfCallback);
+    observer->orbAppearance(event.id, event.type);
+}
+
+void TreflectOrbObserver::endOfCallback(TreflectOrbObserver *self) {
+    SignalLocked lock(self->told_);
+    self->current_ = nullptr;
+    self->told_.broadcast();
 }
 
 const char *TreflectOrbObserver::typeStr(const Appear_t &type) noexcept {

@@ -9,8 +9,10 @@
 #include "threads/HandlerThreadsType_p.h"
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <mutex>
 
 namespace {
@@ -109,31 +111,149 @@ TEST_F(OrbObserverTest, TheSubscriptionsAreShown) {
 }
 
 TEST_F(OrbObserverTest, ItEndsWhileItWaits) {
-    { TreflectOrbObserver idle; }
-    SUCCEED() << "a thread that could not be ended would be joined for ever";
+    Watcher watcher;
+    Testing::Gate ended;
+    Testing::TestThread thread([&] {
+        {
+            TreflectOrbObserver other;
+            other.subscribe(&watcher, 1, false);
+            other.notify(kPeer, 1);
+            EXPECT_TRUE(watcher.willBeTold("42:1"));
+            EXPECT_TRUE(Testing::eventually([&] { return other.isIdle(); }));
+        }
+        ended.open();
+    });
+    EXPECT_TRUE(ended.pass());
 }
 
-/** Its thread waits for the run permission, which this one gives back only when the other has been told to end. */
 TEST_F(OrbObserverTest, ItEndsWhileItWaitsForThePermission) {
     Watcher watcher;
-    Testing::Gate held;
-    Testing::Gate go;
-    Testing::TestThread holder([&] {
-        const TreflectHandlerState state(true);
-        held.open();
-        EXPECT_TRUE(Testing::eventually([] { return TreflectORB::handlerThreads()->waitingForPermission() == 1; }));
-        go.open();
-    });
-    ASSERT_TRUE(held.pass());
+    auto other = std::make_unique<TreflectOrbObserver>();
+    other->subscribe(&watcher, 1, false);
+    Testing::Gate ending;
     {
-        TreflectOrbObserver other;
-        other.subscribe(&watcher, 1, false);
-        other.notify(kPeer, 1);
-        ASSERT_TRUE(go.pass());
+        Testing::Gate held;
+        const auto waiters = [] { return TreflectORB::handlerThreads()->waitingForPermission(); };
+        Testing::TestThread holder([&] {
+            const TreflectHandlerState state(true);
+            held.open();
+            EXPECT_TRUE(ending.pass());
+            EXPECT_EQ(1U, waiters()) << "its end does not end the wait";
+        });
+        ASSERT_TRUE(held.pass());
+        other->notify(kPeer, 1);
+        ASSERT_TRUE(Testing::eventually([&] { return waiters() == 1; }));
+        Testing::TestThread destroyer([&] {
+            ending.open();
+            other.reset();
+        });
     }
-    holder.join();
-    SUCCEED();
+    EXPECT_EQ("42:1", watcher.told()) << "the callback that was due ran";
 }
+
+/** The end of the thread is a cancellation, which no callback may feel. */
+TEST_F(OrbObserverTest, ACallbackRunsToItsEndWhateverItWaitsFor) {
+    Watcher watcher;
+    auto other = std::make_unique<TreflectOrbObserver>();
+    other->subscribe(&watcher, 1, false);
+    Testing::Gate inside;
+    Testing::Gate ending;
+    watcher.reaction = [&](TreflectOrbObserverIf::Appear_t) {
+        inside.open();
+        EXPECT_TRUE(ending.pass());
+        for (int i = 0; i < 20; ++i) { // the request to end comes in the midst of these
+            OSWrap::Thread::sleep(OSWrap::TimeSpec(0, 10000000));
+        }
+    };
+    other->notify(kPeer, 1);
+    ASSERT_TRUE(inside.pass());
+    Testing::TestThread destroyer([&] {
+        ending.open();
+        other.reset();
+    });
+    destroyer.join();
+    EXPECT_EQ("42:1", watcher.told());
+}
+
+TEST_F(OrbObserverTest, WhoLeavesFromElsewhereIsToldNoMore) {
+    Watcher first;
+    Watcher second;
+    Watcher last;
+    observer.subscribe(&first, 1, false);
+    observer.subscribe(&second, 1, false);
+    observer.subscribe(&last, 1, false);
+    Testing::Gate inside;
+    Testing::Gate go;
+    first.reaction = [&](TreflectOrbObserverIf::Appear_t) {
+        inside.open();
+        EXPECT_TRUE(go.pass());
+    };
+    observer.notify(kPeer, 1);
+    ASSERT_TRUE(inside.pass());
+    EXPECT_TRUE(observer.unsubscribe(&second)) << "it is to be told of this event, too";
+    go.open();
+    EXPECT_TRUE(last.willBeTold("42:1"));
+    EXPECT_EQ("", second.told());
+}
+
+TEST_F(OrbObserverTest, WhoLeavesFromElsewhereWaitsForItsCallback) {
+    Watcher watcher;
+    observer.subscribe(&watcher, 1, false);
+    Testing::Gate inside;
+    Testing::Gate go;
+    std::atomic<bool> left{false};
+    bool leftTooEarly = false;
+    watcher.reaction = [&](TreflectOrbObserverIf::Appear_t) {
+        inside.open();
+        EXPECT_TRUE(go.pass());
+        for (int i = 0; i < 20; ++i) {
+            OSWrap::Thread::sleep(OSWrap::TimeSpec(0, 10000000));
+            leftTooEarly = leftTooEarly || left;
+        }
+    };
+    observer.notify(kPeer, 1);
+    ASSERT_TRUE(inside.pass());
+    Testing::TestThread thread([&] {
+        go.open();
+        EXPECT_TRUE(observer.unsubscribe(&watcher));
+        left = true;
+    });
+    thread.join();
+    EXPECT_FALSE(leftTooEarly);
+    EXPECT_EQ("42:1", watcher.told());
+}
+
+TEST_F(OrbObserverTest, WhoIsDestroyedIsForgotten) {
+    Watcher first;
+    Watcher last;
+    auto gone = std::make_unique<Watcher>();
+    auto goesInACallback = std::make_unique<Watcher>();
+    orb.registerOrbCreation(&first, false);
+    for (Watcher *each : {gone.get(), goesInACallback.get(), &last}) {
+        orb.registerOrbCreation(each, false);
+    }
+    first.reaction = [&](TreflectOrbObserverIf::Appear_t) { goesInACallback.reset(); };
+    gone.reset();
+    link.peerAppears(kPeer);
+    EXPECT_TRUE(Testing::eventually([&] { return last.told().find("42:1") != std::string::npos; }));
+    EXPECT_EQ(nullptr, goesInACallback);
+    orb.unregisterOrbNotifications(&first);
+    orb.unregisterOrbNotifications(&last);
+}
+
+#ifndef NDEBUG
+SCENARIO(endOfAnObserverWithThePermission) {
+    Transport::FakeLink::install();
+    TreflectORB::getInstance(1);
+    auto other = std::make_unique<TreflectOrbObserver>();
+    const TreflectHandlerState state(true);
+    other.reset();
+}
+
+TEST(OrbObserverMisuse, ItDoesNotEndWithThePermission) {
+    EXPECT_EQ(SIGABRT, Testing::runScenario("endOfAnObserverWithThePermission").signal);
+}
+#endif
 
 TEST_F(OrbObserverTest, WhoAsksIsToldOfThoseThatAreThereAtOnceAndWithoutThePermission) {
     Watcher early;

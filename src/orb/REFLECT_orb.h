@@ -161,18 +161,32 @@ public:
     /**
      * From now on the observer is told of each object of the class that is made, or deleted, in the group; of those
      * that are there already, too, if asked for, before this returns. The first observer of a class subscribes at all
-     * other brokers, the last to go unsubscribes; that blocks as forwardMsg() does. Observers are told without the run
-     * permission. An observer that is registered twice is told once. Remove it before it is destroyed.
+     * other brokers, the last to go unsubscribes; that blocks as forwardMsg() does. False, and not registered, when
+     * memory is short.
+     *
+     * Observers are told without the run permission: in the thread that makes or deletes the object, in a worker if
+     * that is another actor's, in the calling thread of what is there already, in the membership thread of what a
+     * broker has that comes up. While an observer blocks there, this broker sees nobody come or go, and calls to a peer
+     * that dies end only at their next step of 30 seconds.
+     *
+     * An observer that is registered twice is told once. One that removes itself while it is told of what is there is
+     * registered all the same. Remove it before it is destroyed.
      */
     bool observeCreations(const unsigned &cc, TreflectObserver &observer, bool plusExisting);
     bool observeDeletions(const unsigned &cc, TreflectObserver &observer);
-    /** From both. */
+    /**
+     * From both. A list that is empty then is unsubscribed at all other brokers, which blocks as forwardMsg() does,
+     * also if the observer was not in it. Brokers end both subscriptions when they are asked to end one: once the last
+     * observer of creations has gone, those of deletions hear of this actor's objects only, and the other way round.
+     */
     void removeObserver(const unsigned &cc, TreflectObserver &observer);
 
-    // Subscriptions at one other broker, or at all if `orb` is null. Those known not to have the class are left out.
+    // Subscriptions at one other broker, or at all if `orb` is null, which block as forwardMsg() does. Brokers known
+    // not to have the class are left out.
     /** `existing` is filled with the objects that they have; null: they are not asked for them. */
     void registerForOCN(unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
     void registerForODN(unsigned cc, const TreflectOrbId *orb);
+    // Their ends, at all other brokers, whatever classes these have; either ends both.
     void unregisterFromOCN(unsigned cc);
     void unregisterFromODN(unsigned cc);
 
@@ -188,15 +202,20 @@ public:
     /** Subscribes at a broker that has come up. */
     void orbAppeared(const TreflectOrbId &orb);
 
-    /** Told of brokers that come, or go, by a thread of its own with the run permission; of those that are there, if
-     *  asked for, at once and without it. One that is registered for both is told of both. Not owned. */
+    /**
+     * Told of brokers of all namespaces that come, or go, the own one as well, by a thread of its own with the run
+     * permission; of those that are there, if asked for, before this returns, in the calling thread and without it.
+     * That thread and the other may call the observer at the same time, and both may tell it of the same broker. One
+     * that is registered for both is told of both. Not owned.
+     */
     void registerOrbCreation(TreflectOrbObserverIf *observer, bool notifyExisting);
     void registerOrbDeletion(TreflectOrbObserverIf *observer);
+    /**
+     * The observer is told no more when this returns, so it may be destroyed. Waits for a callback of it that is
+     * running, so never with a lock that this may wait for. Called from inside a callback it waits for nothing: then an
+     * observer may still be told of the event that is being told, unless it is destroyed.
+     */
     void unregisterOrbNotifications(TreflectOrbObserverIf *observer);
-
-    /** Of what is destroyed and was not deregistered. */
-    static void forget(TreflectObserver &observer);
-    static void forget(const TreflectServerObject &object);
 
     /** Asks the broker for its counters; empty if it does not answer. */
     PerfCntInfo getPerfCnts(const Transport::TerminationId &target);
@@ -235,6 +254,9 @@ public:
 private:
     friend class SingletonInstances;
     friend class SingletonInstancesRemover;
+    friend class TreflectObserver;
+    friend class TreflectOrbObserverIf;
+    friend class TreflectServerObject;
     class MessageQueue;
     class forwardMsgCleanup;
     struct Worker;
@@ -311,16 +333,24 @@ private:
     static const Event kCreation;
     static const Event kDeletion;
     void notify(const Event &event, unsigned cc, const TreflectServerObject &object);
+    void tellOthers(const Event &event, unsigned cc, const TreflectObject &source);
     void got(const Event &event, unsigned cc, const TreflectObject &object);
     bool observe(const Event &event, unsigned cc, TreflectObserver &observer, bool plusExisting);
     void removeObserver(const Event &event, unsigned cc, TreflectObserver &observer);
     void subscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
+    bool trySubscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
     void unsubscribe(const Event &event, unsigned cc);
+    bool isObserved(const Event &event, unsigned cc) const;
     void renewSubscriptions(unsigned cc, const TreflectOrbId &orb);
     bool mayHave(Transport::TerminationId target, unsigned cc) const;
     void learnClassCodes(Transport::TerminationId target, TipprmiStream &response);
     std::list<Transport::TerminationId> members() const noexcept;
     std::list<Transport::TerminationId> otherMembers() const noexcept;
+
+    // Of what is destroyed and was not deregistered.
+    static void forget(TreflectObserver &observer);
+    static void forget(const TreflectServerObject &object);
+    static void forget(const TreflectOrbObserverIf &observer);
 
     // Locations.
     TipprmiObjectSkeleton *findObject(unsigned internalOid) const;
