@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 
 #include <exception>
+#include <iterator>
 #include <list>
 #include <utility>
 
@@ -68,26 +69,24 @@ bool TreflectObservable::notifyObservers(const TreflectObject &source, unsigned 
         return true;
     }
     bool result = true;
-    std::list<std::shared_ptr<const TreflectObserverClient>> told; // observers may come and go meanwhile
-    std::list<const TreflectObserverClient *> unreachable;
+    std::list<std::shared_ptr<const TreflectObserverClient>> clients; // observers may come and go meanwhile
     try {
         const auto range = observers->equal_range(Key(classCode, methodCode));
         for (auto entry = range.first; entry != range.second; ++entry) {
-            told.push_back(entry->second);
-        }
-        for (const auto &client : told) {
-            bool delivered = false;
-            const bool accepted = client->notify(source, classCode, methodCode, parameters, delivered);
-            if (!delivered) {
-                unreachable.push_back(client.get());
-            } else if (!accepted) {
-                result = false;
-            }
+            clients.push_back(entry->second);
         }
     } catch (const std::bad_alloc &) {
         LogDispatch(3, "no memory to tell all observers", kSource);
+        result = when != 0; // those that are not asked may have forbidden it
     }
-    for (const TreflectObserverClient *client : unreachable) {
+    // Outside of the above: what the application throws is not the library's. The unreachable ones stay in the list.
+    for (auto client = clients.begin(); client != clients.end();) {
+        bool delivered = false;
+        const bool accepted = (*client)->notify(source, classCode, methodCode, parameters, delivered);
+        result = result && (accepted || !delivered);
+        client = delivered ? clients.erase(client) : std::next(client);
+    }
+    for (const auto &client : clients) {
         unRegisterObserver(*client);
     }
     return result;

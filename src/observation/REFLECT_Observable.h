@@ -24,10 +24,12 @@ public:
     /** `when` 0: before the method runs, else after it. Who registers twice is told twice. */
     virtual void registerObserver(unsigned when, const unsigned &classCode, const unsigned &methodCode,
                                   const TreflectObserverClient &observer);
-    /** Of all methods. */
+    /** Of all methods. The same observer is one with the same identifier, in whatever actor; one without identifier is
+     *  like no other. */
     virtual void unRegisterObserver(const TreflectObserverClient &observer);
     /** Tells the observers of the method, in the order of their registration; those that cannot be reached are
-     *  unregistered. False if one that was told said so. */
+     *  unregistered. False if one that was told said so, and before the method also if memory was too short to tell
+     *  all. What detected() throws comes through. */
     virtual bool notifyObservers(const TreflectObject &source, unsigned when, const unsigned &classCode,
                                  const unsigned &methodCode, const TipprmiSequence<TipprmiAny> &parameters);
 

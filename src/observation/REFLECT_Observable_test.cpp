@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -233,14 +234,31 @@ TEST_F(ObservableTest, WithoutMemoryNobodyIsRegistered) {
     EXPECT_FALSE(observed.preObserverAvailable(kClass, kMethod));
     EXPECT_TRUE(notify(0));
     observed.registerObserver(0, kClass, kMethod, client);
+    observed.registerObserver(1, kClass, kMethod, client);
+    bool before = true;
+    bool after = false;
     {
         const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
-        EXPECT_TRUE(notify(0));
+        before = notify(0);
+        after = notify(1);
     }
+    EXPECT_FALSE(before) << "who was not asked may have forbidden it";
+    EXPECT_TRUE(after);
     EXPECT_TRUE(observed.preObserverAvailable(kClass, kMethod));
     EXPECT_EQ(Names{}, told());
     EXPECT_TRUE(notify(0));
     EXPECT_EQ(Names{"a"}, told()) << "it is still registered";
+}
+
+/** Also what looks like a failure of the library's own. */
+TEST_F(ObservableTest, WhatAnObserverThrowsComesThrough) {
+    observed.registerObserver(0, kClass, kMethod, *a.getClient());
+    observed.registerObserver(0, kClass, kMethod, *b.getClient());
+    a.reaction = [] { throw std::bad_alloc(); };
+    EXPECT_THROW(notify(0), std::bad_alloc);
+    a.reaction = nullptr;
+    EXPECT_TRUE(notify(0));
+    EXPECT_EQ((Names{"a", "a", "b"}), told());
 }
 
 } // namespace

@@ -26,6 +26,10 @@ bool TreflectObserver::notify(const TreflectObject &source) {
 
 bool TreflectObserver::tell(SValue &value) {
     const ThreadSpecificGuard guard(values_, &value);
+    if (values_.get() != &value) {
+        LogDispatch(3, "no memory to tell an observer", "REFLECT_Observer");
+        return false; // as a veto that it may have had
+    }
     return detected();
 }
 

@@ -7,9 +7,10 @@
 #include <string>
 
 /**
- * Is told when methods of other objects are called: derive from it and override detected(). One observer may be told in
- * several threads at once; what getSource() and getsvalue() answer belongs to the notification of the calling thread.
- * Unregister it everywhere before it is deleted, and do not delete it while it is being told.
+ * Is told when methods of other objects are called, and when objects are made and deleted: derive from it and override
+ * detected(). One observer may be told in several threads at once; what getSource() and getsvalue() answer belongs to
+ * the notification of the calling thread, and is good until detected() returns. Unregister it everywhere before it is
+ * deleted, and do not delete it while it is being told.
  */
 class REFLECTORB_API TreflectObserver : public TreflectObserverSkeleton {
 public:
@@ -17,7 +18,9 @@ public:
 
     /** The notification that a thread is in. */
     struct SValue {
-        TipprmiSequence<TipprmiAny> *parameters; // null if there are none
+        /** The result of the operation, or an empty place for it before it runs, then its parameters; null if it is not
+         *  about an operation. A copy: changes have no effect. */
+        TipprmiSequence<TipprmiAny> *parameters;
         const TreflectObject *source;
         bool detailed; // of an operation; else of the creation or deletion of an object
     };
@@ -27,13 +30,18 @@ public:
 
     bool notify(const TreflectObject &source, const unsigned &classCode, const unsigned &methodCode,
                 const TipprmiSequence<TipprmiAny> &parameters, bool &delivered) override;
-    /** Reacts. False forbids the operation, if it has not run yet. */
+    /**
+     * Reacts. Told of an operation, it runs with the run permission; false forbids the operation, if that has not run
+     * yet. Told of an object that is made or deleted, it runs without, so it takes the permission before it calls
+     * anything; the result does not count then.
+     */
     virtual bool detected();
-    /** The object that the notification is about; null, and a report, outside of one. */
+    /** The object that the notification is about. Outside of a notification a report, and the actor ends; with the file
+     *  that turns such aborts off, null. */
     virtual const TreflectObject *getSource();
     virtual bool notify(const TreflectObject &source);
 
-    /** Null, and a report, outside of a notification. */
+    /** Outside of a notification as getSource(). */
     SValue *getsvalue();
 
 private:

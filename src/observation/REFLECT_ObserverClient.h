@@ -12,6 +12,7 @@ public:
     /** Of no observer. */
     TreflectObserverClient();
     explicit TreflectObserverClient(const TipprmiObjectSkeleton *observer);
+    /** Looks the observer up, which blocks for one request to each other broker. */
     explicit TreflectObserverClient(const TipprmiOID &oid);
     explicit TreflectObserverClient(const TreflectObject &object);
     TreflectObserverClient(const TreflectObserverClient &other);

@@ -4,6 +4,7 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 #include "support/OverrideRoot.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
@@ -116,6 +117,29 @@ TEST_F(ObserverTest, AcceptsEverythingByItself) {
     EXPECT_TRUE(plain.getClient()->notify(*sight.getClient(), 1, 2, Parameters(), delivered));
     EXPECT_TRUE(delivered);
     EXPECT_TRUE(plain.notify(*sight.getClient()));
+}
+
+/** Its getSource() would have no answer. */
+TEST_F(ObserverTest, WithoutMemoryItIsNotTold) {
+    int calls = 0;
+    watcher.reaction = [&] { return ++calls != 0; };
+    const Parameters none;
+    const TreflectObserverClient &client = *watcher.getClient();
+    const TreflectObject &source = *sight.getClient();
+    bool delivered = false;
+    bool accepted = true;
+    bool heard = true;
+    {
+        const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+        accepted = client.notify(source, 1, 2, none, delivered);
+        heard = watcher.notify(source);
+    }
+    EXPECT_EQ(0, calls);
+    EXPECT_FALSE(accepted) << "it may have forbidden the operation";
+    EXPECT_TRUE(delivered) << "it is there and stays registered";
+    EXPECT_FALSE(heard);
+    EXPECT_TRUE(watcher.notify(source));
+    EXPECT_EQ(1, calls);
 }
 
 TEST_F(ObserverTest, NotificationsNest) {

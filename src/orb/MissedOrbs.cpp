@@ -4,7 +4,10 @@
 #include "orb/REFLECT_orb.h"
 #include "orb/TellObserver_p.h"
 #include "platform/Lock.h"
+#include "platform/TransportLayer.h"
 #include "threads/HandlerState.h"
+
+#include <algorithm>
 
 namespace {
 
@@ -26,7 +29,7 @@ void TreflectMissedOrbs::start(const std::list<Transport::TerminationId> &member
 
 void TreflectMissedOrbs::add(const TreflectOrbId &orb) {
     Locked lock(lock_);
-    if (expected_.count(orb) == 0) {
+    if (expected_.count(orb) == 0 && std::find(missed_.begin(), missed_.end(), orb) == missed_.end()) {
         missed_.push_back(orb);
     }
 }
@@ -47,6 +50,9 @@ void TreflectMissedOrbs::notify(unsigned cc, TreflectObserver &observer, bool pl
     for (const TreflectOrbId &orb : missed) {
         if (own == nullptr) {
             return;
+        }
+        if (!Transport::TransportLayer::exists(own->convertId(orb))) {
+            continue; // gone again
         }
         if (!creations_) {
             own->registerForODN(cc, &orb);

@@ -29,19 +29,60 @@ void noMemory(const char *what) {
 /** Objects that an observer has been told of. Kept as handles: so none of them can be mistaken for a later one. */
 class Reported {
 public:
-    /** False if it was there. */
-    bool add(const TreflectObject &object) {
-        if (object.getStub() == nullptr || !stubs_.insert(object.getStub()).second) {
+    /** False if it was there, or cannot be kept. */
+    bool add(const TreflectObject &object) try {
+        if (object.getStub() == nullptr || stubs_.count(object.getStub()) != 0) {
             return false;
         }
         handles_.push_back(object);
+        stubs_.insert(object.getStub());
         return true;
+    } catch (const std::bad_alloc &) {
+        complete_ = false;
+        return false;
     }
+    bool isComplete() const noexcept { return complete_; }
 
 private:
     std::set<const TreflectObjectStub *> stubs_;
     std::list<TreflectObject> handles_;
+    bool complete_ = true;
 };
+
+/** What memory is too short for; false then, with a line in the log. Never around a call of the application: what that
+ *  throws is not for here. */
+template <class Act>
+bool tried(const char *what, const Act &act) {
+    try {
+        act();
+        return true;
+    } catch (const std::bad_alloc &) {
+        noMemory(what);
+        return false;
+    }
+}
+
+/** Tells the observer of all objects of the class here: the next one in the order of the set, and again from the start
+ *  until there are no new ones. */
+void tellOfOwnObjects(TreflectORB &orb, unsigned cc, TreflectObserver &observer, Reported &reported) {
+    const TreflectServerObject *last = nullptr;
+    for (bool news = true; news;) {
+        news = false;
+        for (const TreflectORB::MetaData *data = orb.getMetaData(cc); data != nullptr; data = orb.getMetaData(cc)) {
+            const auto entry = last != nullptr ? data->objects.upper_bound(last) : data->objects.begin();
+            if (entry == data->objects.end()) {
+                last = nullptr;
+                break;
+            }
+            last = *entry;
+            const TreflectObject *const client = last->getClient();
+            if (client != nullptr && reported.add(*client)) {
+                news = true;
+                tellObserver(observer, TreflectObject(*client));
+            }
+        }
+    }
+}
 
 /** Objects that others have, as one wanted to be told of them: what could not be read is nothing. */
 bool exists(const TreflectObject &object) {
@@ -69,13 +110,13 @@ bool TreflectORB::notifyCreation(unsigned cc, const TreflectServerObject &object
     const Counted inside(callers_);
     checkHandlerState();
     TreflectHandlerState state(true);
-    try {
+    const bool listed = tried("tell of a creation", [&] {
         if (MetaData *data = getMetaData(cc)) {
             data->objects.insert(&object);
         }
+    });
+    if (listed) {
         notify(kCreation, cc, object);
-    } catch (const std::bad_alloc &) {
-        noMemory("tell of a creation");
     }
     return true;
 }
@@ -83,11 +124,7 @@ bool TreflectORB::notifyCreation(unsigned cc, const TreflectServerObject &object
 bool TreflectORB::notifyDeletion(unsigned cc, const TreflectServerObject &object) {
     const Counted inside(callers_);
     TreflectHandlerState state(true);
-    try {
-        notify(kDeletion, cc, object);
-    } catch (const std::bad_alloc &) {
-        noMemory("tell of a deletion");
-    }
+    notify(kDeletion, cc, object);
     if (MetaData *data = getMetaData(cc)) {
         data->objects.erase(&object);
     }
@@ -97,43 +134,44 @@ bool TreflectORB::notifyDeletion(unsigned cc, const TreflectServerObject &object
 void TreflectORB::notify(const Event &event, unsigned cc, const TreflectServerObject &object) {
     const TreflectObject *const client = object.getClient();
     if (client == nullptr) {
-        throw std::bad_alloc();
+        noMemory("tell of an object");
+        return;
     }
     const TreflectObject source = *client;
     got(event, cc, source);
+    tried("tell other brokers of an object", [&] { tellOthers(event, cc, source); });
+}
+
+void TreflectORB::tellOthers(const Event &event, unsigned cc, const TreflectObject &source) {
+    const MetaData *data = getMetaData(cc);
+    if (data == nullptr || (data->*event.remote).empty()) {
+        return;
+    }
     TipprmiStream request(allocateRequest(kRequestSize), true);
     TipprmiStream response(static_cast<int>(kResponseSize));
     request.msg().type(event.notification);
     request << cc << source;
-    const MetaData *data = getMetaData(cc);
-    const std::set<TreflectOrbId> remote = data != nullptr ? data->*event.remote : std::set<TreflectOrbId>();
-    std::vector<TreflectOrbId> failed;
+    if (request.hasMarshallingFailed()) {
+        throw std::bad_alloc(); // not sent at all: that must not look as if nobody had answered
+    }
+    const std::set<TreflectOrbId> remote = data->*event.remote;
     for (const TreflectOrbId &orb : remote) {
         response.clear();
-        if (!forwardMsg_(convertId(orb), true, request.msg(), response)) {
-            failed.push_back(orb);
+        if (forwardMsg_(convertId(orb), true, request.msg(), response)) {
+            continue;
         }
-    }
-    MetaData *const after = getMetaData(cc);
-    for (const TreflectOrbId &orb : failed) {
-        (after->*event.remote).erase(orb);
+        if (MetaData *const after = getMetaData(cc)) {
+            (after->*event.remote).erase(orb);
+        }
     }
 }
 
 void TreflectORB::gotCreation(const unsigned &cc, const TreflectObject &object) {
-    try {
-        got(kCreation, cc, object);
-    } catch (const std::bad_alloc &) {
-        noMemory("tell all observers");
-    }
+    got(kCreation, cc, object);
 }
 
 void TreflectORB::gotDeletion(const unsigned &cc, const TreflectObject &object) {
-    try {
-        got(kDeletion, cc, object);
-    } catch (const std::bad_alloc &) {
-        noMemory("tell all observers");
-    }
+    got(kDeletion, cc, object);
 }
 
 void TreflectORB::got(const Event &event, unsigned cc, const TreflectObject &object) {
@@ -151,7 +189,9 @@ void TreflectORB::got(const Event &event, unsigned cc, const TreflectObject &obj
         return found != observers.end() ? *found : nullptr;
     };
     while (TreflectObserver *observer = next()) {
-        told.insert(observer);
+        if (!tried("tell all observers", [&] { told.insert(observer); })) {
+            return;
+        }
         tellObserver(*observer, source);
     }
 }
@@ -166,51 +206,37 @@ bool TreflectORB::observeDeletions(const unsigned &cc, TreflectObserver &observe
     return observe(kDeletion, cc, observer, false);
 }
 
-bool TreflectORB::observe(const Event &event, unsigned cc, TreflectObserver &observer, bool plusExisting) try {
+bool TreflectORB::observe(const Event &event, unsigned cc, TreflectObserver &observer, bool plusExisting) {
+    constexpr char what[] = "register an observer";
     const Counted inside(callers_);
     TreflectHandlerState state(true);
     Reported reported;
     if (plusExisting) {
-        // The next one in the order of the set, and again from the start until there are no new ones.
-        const TreflectServerObject *last = nullptr;
-        for (bool news = true; news;) {
-            news = false;
-            for (const MetaData *data = getMetaData(cc); data != nullptr; data = getMetaData(cc)) {
-                const auto entry = last != nullptr ? data->objects.upper_bound(last) : data->objects.begin();
-                if (entry == data->objects.end()) {
-                    last = nullptr;
-                    break;
-                }
-                last = *entry;
-                const TreflectObject *const client = last->getClient();
-                if (client != nullptr && reported.add(*client)) {
-                    news = true;
-                    tellObserver(observer, TreflectObject(*client));
-                }
-            }
-        }
+        tellOfOwnObjects(*this, cc, observer, reported);
     }
-    const MetaData *data = getMetaData(cc);
-    if (data == nullptr) {
-        return false;
-    }
-    if ((data->*event.observers).empty() || plusExisting) {
+    if (!isObserved(event, cc) || plusExisting) {
         std::vector<TreflectObject> existing;
-        subscribe(event, cc, plusExisting ? &existing : nullptr, nullptr);
+        if (!trySubscribe(event, cc, plusExisting ? &existing : nullptr, nullptr)) {
+            return false;
+        }
         for (const TreflectObject &object : existing) {
             if (reported.add(object)) {
                 tellObserver(observer, object);
             }
         }
     }
-    (getMetaData(cc)->*event.observers).push_back(&observer);
+    MetaData *const data = getMetaData(cc);
+    if (data == nullptr || !reported.isComplete()) {
+        noMemory(what);
+        return false;
+    }
+    if (!tried(what, [&] { (data->*event.observers).push_back(&observer); })) {
+        return false;
+    }
     if (!(this->*event.missed)->empty()) {
         (this->*event.missed)->notify(cc, observer, plusExisting);
     }
     return true;
-} catch (const std::bad_alloc &) {
-    noMemory("register an observer");
-    return false;
 }
 
 void TreflectORB::removeObserver(const unsigned &cc, TreflectObserver &observer) {
@@ -256,18 +282,19 @@ void TreflectORB::forget(const TreflectServerObject &object) {
 
 // --- subscriptions at other brokers ---------------------------------------------------------------------------------
 
-void TreflectORB::registerForOCN(unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb) try {
+void TreflectORB::registerForOCN(unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb) {
     const Counted inside(callers_);
-    subscribe(kCreation, cc, existing, orb);
-} catch (const std::bad_alloc &) {
-    noMemory("subscribe");
+    trySubscribe(kCreation, cc, existing, orb);
 }
 
-void TreflectORB::registerForODN(unsigned cc, const TreflectOrbId *orb) try {
+void TreflectORB::registerForODN(unsigned cc, const TreflectOrbId *orb) {
     const Counted inside(callers_);
-    subscribe(kDeletion, cc, nullptr, orb);
-} catch (const std::bad_alloc &) {
-    noMemory("subscribe");
+    trySubscribe(kDeletion, cc, nullptr, orb);
+}
+
+bool TreflectORB::trySubscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing,
+                               const TreflectOrbId *orb) {
+    return tried("subscribe", [&] { subscribe(event, cc, existing, orb); });
 }
 
 void TreflectORB::unregisterFromOCN(unsigned cc) {
@@ -296,6 +323,9 @@ void TreflectORB::subscribe(const Event &event, unsigned cc, std::vector<Treflec
     request << cc;
     if (&event == &kCreation) {
         request << (existing != nullptr);
+    }
+    if (request.hasMarshallingFailed()) {
+        throw std::bad_alloc();
     }
     if (existing != nullptr) {
         existing->clear();
@@ -343,11 +373,11 @@ void TreflectORB::learnClassCodes(Transport::TerminationId target, TipprmiStream
     if (!believable || !Transport::TransportLayer::exists(target)) {
         return;
     }
-    std::vector<unsigned> &entry = classCodes_[target];
-    entry.clear();
+    std::vector<unsigned> entry; // whole or not at all: half of it would keep this broker from asking for the rest
     for (unsigned i = 0; i < codes.getLength(); ++i) {
         entry.push_back(codes[i]);
     }
+    classCodes_[target].swap(entry);
 }
 
 void TreflectORB::unsubscribe(const Event &event, unsigned cc) {
@@ -363,10 +393,13 @@ void TreflectORB::unsubscribe(const Event &event, unsigned cc) {
     }
 }
 
-void TreflectORB::orbAppeared(const TreflectOrbId &orb) try {
+void TreflectORB::orbAppeared(const TreflectOrbId &orb) {
+    constexpr char what[] = "subscribe at a broker that has come up";
     TreflectHandlerState state(true);
-    missedCreations_->add(orb);
-    missedDeletions_->add(orb);
+    tried(what, [&] {
+        missedCreations_->add(orb);
+        missedDeletions_->add(orb);
+    });
     // On from the last class, and again from the start until there are no new ones: peers can make them many.
     std::set<unsigned> handled;
     for (bool news = true; news;) {
@@ -374,26 +407,33 @@ void TreflectORB::orbAppeared(const TreflectOrbId &orb) try {
         auto entry = metaData_.begin();
         while (entry != metaData_.end()) {
             const unsigned cc = entry->first;
-            if (handled.insert(cc).second) {
+            bool isNew = false;
+            if (!tried(what, [&] { isNew = handled.insert(cc).second; })) {
+                return;
+            }
+            if (isNew) {
                 news = true;
                 renewSubscriptions(cc, orb);
             }
             entry = metaData_.upper_bound(cc);
         }
     }
-} catch (const std::bad_alloc &) {
-    noMemory("subscribe at a broker that has come up");
 }
 
 void TreflectORB::renewSubscriptions(unsigned cc, const TreflectOrbId &orb) {
-    if (!getMetaData(cc)->creationObservers.empty()) {
+    if (isObserved(kCreation, cc)) {
         std::vector<TreflectObject> existing;
-        subscribe(kCreation, cc, &existing, &orb);
+        trySubscribe(kCreation, cc, &existing, &orb);
         for (const TreflectObject &object : existing) {
             got(kCreation, cc, object);
         }
     }
-    if (!getMetaData(cc)->deletionObservers.empty()) {
-        subscribe(kDeletion, cc, nullptr, &orb);
+    if (isObserved(kDeletion, cc)) {
+        trySubscribe(kDeletion, cc, nullptr, &orb);
     }
+}
+
+bool TreflectORB::isObserved(const Event &event, unsigned cc) const {
+    const auto entry = metaData_.find(cc);
+    return entry != metaData_.end() && !((*entry->second).*event.observers).empty();
 }

@@ -1,9 +1,5 @@
-#include "objects/REFLECT_objectStub.h"
-#include "observation/REFLECT_Observer.h"
-#include "orb/REFLECT_orb.h"
-#include "support/BrokerTest.h"
 #include "support/Concurrency.h"
-#include "support/FakeUnit.h"
+#include "support/ObjectEventsTest.h"
 #include "support/ReflectiveClasses.h"
 #include "threads/HandlerState.h"
 
@@ -14,72 +10,9 @@
 namespace {
 
 using Transport::TerminationId;
+using Watcher = Testing::ObjectWatcher;
 
-constexpr unsigned kClass = 0x77;
-constexpr TerminationId kPeer(0x0042, 2, 1);
-constexpr TerminationId kOther(0x0043, 2, 1);
-
-/** Writes down the numbers of the objects that it is told of. */
-class Watcher : public TreflectObserver {
-public:
-    explicit Watcher(const char *name) : TreflectObserver(TipprmiOID(name, NamespaceId(1)), nullptr, name) {}
-    bool detected() override {
-        told.push_back(getSource()->getStub()->getInternalOID());
-        permission.push_back(TreflectORB::hasRunPermission());
-        handler = TreflectORB::isHandlerThread();
-        reaction();
-        return true;
-    }
-    std::vector<unsigned> told;
-    std::vector<bool> permission;
-    bool handler = false;
-    std::function<void()> reaction = [] {};
-};
-
-class NotificationTest : public Testing::BrokerTest {
-protected:
-    ~NotificationTest() override {
-        unit.objects = [](TipprmiStream &body) { body << 0U; };
-        orb.destroyMetaData();
-    }
-    /** The broker has dealt with the appearance when this returns. */
-    void appear(TerminationId id) {
-        TreflectReleaseHandlerState released; // for the thread that sees it
-        log.clear();
-        link.peerAppears(id);
-        ASSERT_TRUE(log.waitFor(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), id.value()),
-                                "REFLECT_orb"));
-        // The event is handled in order: the end of a marker's event is the end of this one's.
-        link.peerAppears(kMarker);
-        ASSERT_TRUE(log.waitFor(
-            5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), kMarker.value()), "REFLECT_orb"));
-        link.peerVanishes(kMarker);
-    }
-    TreflectORB::TreflectObjectLocation at(TerminationId id, unsigned number) const {
-        return TreflectORB::TreflectObjectLocation(number, orb.convertId(id), nullptr,
-                                                   TipprmiOID(nullptr, NamespaceId(1)));
-    }
-    void theyHave(std::vector<unsigned> numbers) {
-        unit.objects = [this, numbers](TipprmiStream &body) {
-            body << static_cast<unsigned>(numbers.size());
-            for (unsigned number : numbers) {
-                body << at(kPeer, number);
-            }
-        };
-    }
-    void theirClasses(std::vector<unsigned> classes) {
-        unit.classes = [classes](TipprmiStream &body) {
-            body << static_cast<unsigned>(classes.size());
-            for (unsigned cc : classes) {
-                body << cc;
-            }
-        };
-    }
-    static constexpr TerminationId kMarker{0x0099, 2, 2}; // of another namespace
-
-    Testing::FakeUnit unit{link};
-    TreflectHandlerState state{true};
-};
+class NotificationTest : public Testing::ObjectEventsTest {};
 
 TEST_F(NotificationTest, ObserversHearFirstThenTheBrokersThatSubscribed) {
     appear(kPeer);
@@ -237,12 +170,7 @@ TEST_F(NotificationTest, ABrokerThatToldItsClassesIsAskedForTheseOnly) {
     orb.observeDeletions(0x70, watcher);
     EXPECT_EQ("42:tODNSU(70)", unit.summary());
     // The next broker at this place has classes of its own.
-    link.peerVanishes(kPeer);
-    {
-        TreflectReleaseHandlerState released;
-        ASSERT_TRUE(log.waitFor(
-            5, LogMakeString("ORB 0x%08X sees 0x%08X disappear", orb.termId().value(), kPeer.value()), "REFLECT_orb"));
-    }
+    vanish(kPeer);
     appear(kPeer);
     EXPECT_EQ("42:tODNSU(70) 42:tOCNSU(77,existing)", unit.summary());
 }
@@ -285,14 +213,7 @@ TEST_F(NotificationTest, ABrokerThatComesUpDuringASubscriptionIsNotMissed) {
     unit.meanwhile = [&](const Testing::FakeUnit::Asked &asked) {
         if (asked.target == kPeer && first) {
             first = false;
-            link.peerAppears(kOther);
-            EXPECT_TRUE(
-                log.waitFor(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), kOther.value()),
-                            "REFLECT_orb"));
-            link.peerAppears(kMarker);
-            EXPECT_TRUE(
-                log.waitFor(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), kMarker.value()),
-                            "REFLECT_orb"));
+            appear(kOther);
         }
     };
     orb.observeCreations(kClass, watcher, true);

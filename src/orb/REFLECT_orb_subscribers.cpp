@@ -13,12 +13,16 @@ namespace {
 constexpr char kSource[] = "REFLECT_orb";
 constexpr unsigned kResponseSize = 104;
 
-TipprmiSequence<unsigned> ownClassCodes() {
+/** Writes the class codes of this actor. None when memory is short: from an answer without them the reader learns
+ *  nothing, while one that lacks a few would keep it from asking for these ever again. */
+void writeClassCodes(TipprmiStream &response) {
     TipprmiSequence<unsigned> codes;
     for (unsigned code : InterfaceRepository::instance()->getIfIds()) {
         codes.push_back(code);
     }
-    return codes;
+    if (codes.getLength() == InterfaceRepository::instance()->size()) {
+        response << codes;
+    }
 }
 
 } // namespace
@@ -118,7 +122,7 @@ void TreflectORB::dispatchSubscription(TipprmiStream &request, Worker &) {
     if (creations) {
         response << objects;
     }
-    response << ownClassCodes();
+    writeClassCodes(response);
     answer(request.msg(), response);
 }
 

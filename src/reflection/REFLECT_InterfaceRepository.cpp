@@ -69,3 +69,8 @@ std::vector<unsigned> InterfaceRepository::getIfIds() const {
     }
     return ids;
 }
+
+std::size_t InterfaceRepository::size() const {
+    Locked lock(lock_);
+    return interfaces_.size();
+}

@@ -23,8 +23,9 @@ public:
     bool unregisterInterface(TreflectMetaObject *meta);
     /** Null if there is none. What is found completes its members first, so it must not be destroyed meanwhile. */
     TreflectMetaObject *findInterface(unsigned classId) const;
-    /** Ascending. */
+    /** Ascending; none when memory is short. */
     std::vector<unsigned> getIfIds() const;
+    std::size_t size() const;
 
 private:
     InterfaceRepository() = default;

@@ -59,7 +59,7 @@ public:
     /** Whether the class is the other one or descends from it. */
     bool isA(const TreflectMetaObject *other) const;
 
-    /** See TreflectORB::observeCreations(), of the broker of namespace 1. False for null. */
+    /** See the operations of these names of TreflectORB; of the broker of namespace 1. False for null. */
     bool observeCreations(TreflectObserver *observer, bool plusExisting);
     bool observeDeletions(TreflectObserver *observer);
     void removeObserver(TreflectObserver *observer);

@@ -62,6 +62,8 @@ public:
     TipprmiStream &marshall(const void *data, int size);
     /** `data` may be null to skip. */
     TipprmiStream &unmarshall(void *data, int size);
+    /** Something that was written is not there. */
+    bool hasMarshallingFailed() const noexcept { return refused_ || (reserved_ == 0 && !hasSizeWord()); }
     bool hasUnmarshallingFailed() const noexcept { return stopped_; }
     void stopUnmarshalling() noexcept { stopped_ = true; }
     /** For the reader of a whole body, with class and method code of the call. */

@@ -5,6 +5,7 @@
 #include "platform/transport/testing/FakeLink.h"
 #include "rmi/IPPRMI_stream.h"
 #include "rmi/StreamOperators.h"
+#include "support/HeapProbe.h"
 
 #include <functional>
 #include <set>
@@ -22,6 +23,7 @@ public:
         TreflectMessage::type_t type = TreflectMessage::tUndef;
         unsigned cc = 0;
         bool plusExisting = false; // of a subscription to creations
+        bool complete = false;     // nothing of it is missing
     };
 
     explicit FakeUnit(Transport::FakeLink &link) : link_(link) {
@@ -64,6 +66,7 @@ private:
     using Fate = Transport::FakeLink::Fate;
 
     Fate take(const Transport::AddressedMessage &addressed) {
+        const WorkingHeap others;
         const TreflectMessage message(addressed);
         if (message.kind() != TreflectMessage::kRequ) {
             return Fate::deliver;
@@ -76,6 +79,11 @@ private:
         if (one.type == TreflectMessage::tOCNSU) {
             request >> one.plusExisting;
         }
+        if (one.type == TreflectMessage::tOCN || one.type == TreflectMessage::tODN) {
+            TreflectORB::TreflectObjectLocation object(TipprmiOID(nullptr, NamespaceId(1)));
+            request >> object;
+        }
+        one.complete = !request.hasUnmarshallingFailed();
         bool isMute = false;
         {
             const OSWrap::Lock<OSWrap::Mutex> lock(lock_);
@@ -100,7 +108,7 @@ private:
         response.originator() = addressed.destination();
         response.destination() = addressed.originator();
         link_.deliver(response);
-        return Fate::deliver;
+        return Fate::lose; // it has been dealt with
     }
 
     Transport::FakeLink &link_;

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define TESTING_ADDRESS_SANITIZER 1
@@ -76,6 +77,12 @@ FailingHeap::FailingHeap(unsigned allowedCalls, Calls calls) noexcept {
 FailingHeap::~FailingHeap() {
     --scopes;
     throwingFails = false;
+}
+
+WorkingHeap::WorkingHeap() noexcept : scopes_(std::exchange(scopes, 0U)) {}
+
+WorkingHeap::~WorkingHeap() {
+    scopes = scopes_;
 }
 
 } // namespace Testing

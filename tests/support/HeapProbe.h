@@ -39,4 +39,16 @@ public:
     FailingHeap &operator=(const FailingHeap &) = delete;
 };
 
+/** There is memory again for the scope, inside a FailingHeap: for what a test does in between, or plays for others. */
+class WorkingHeap {
+public:
+    WorkingHeap() noexcept;
+    ~WorkingHeap();
+    WorkingHeap(const WorkingHeap &) = delete;
+    WorkingHeap &operator=(const WorkingHeap &) = delete;
+
+private:
+    const unsigned scopes_;
+};
+
 } // namespace Testing
