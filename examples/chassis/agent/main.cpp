@@ -51,6 +51,7 @@ private:
     Status publish(SlotObject &slot);
     Status follow(SlotObject &slot, ChassisWatch &chassis);
     bool takeEvents(SlotObject &slot);
+    void takeSignal() const;
 
     const unsigned number_;
     int signals_ = -1;
@@ -66,7 +67,7 @@ Status Agent::openKernel() {
         return fail("no events of the kernel's network interfaces", failure.reason);
     }
     const sigset_t signals = endingSignals();
-    signals_ = ::signalfd(-1, &signals, SFD_CLOEXEC);
+    signals_ = ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     return signals_ >= 0 ? kEnded : fail("no descriptor for signals", Failure::of(errno).reason);
 }
 
@@ -91,6 +92,7 @@ bool Agent::takeEvents(SlotObject &slot) {
         fail("no more events of the kernel's network interfaces", monitor_.problem());
         return false;
     case LinkMonitor::Outcome::lost: {
+        std::fprintf(stderr, "port_agent: more events than the kernel has room for; looks at all interfaces anew\n");
         const TreflectHandlerState state(true);
         return publish(slot) == kEnded;
     }
@@ -124,12 +126,21 @@ Status Agent::follow(SlotObject &slot, ChassisWatch &chassis) {
     }
 }
 
+/** From now on a signal ends the process at once: those that are told of the end may hang. */
+void Agent::takeSignal() const {
+    signalfd_siginfo taken{};
+    static_cast<void>(!::read(signals_, &taken, sizeof taken));
+    const sigset_t signals = endingSignals();
+    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
 Status Agent::run() {
     if (const Status status = openKernel()) {
         return status;
     }
-    if (TreflectORB::getInstance(NamespaceId(1)) == nullptr) {
-        return fail("no broker", "see the log; is REFLECTORB_UNIT_DIR a directory of this user?");
+    const TreflectORB *const broker = TreflectORB::getInstance(NamespaceId(1));
+    if (broker == nullptr || broker->termId() == Transport::TerminationId()) {
+        return fail("cannot be an actor of the unit", "the log says why; REFLECTORB_UNIT_DIR names its directory");
     }
     const TreflectHandlerState state(true);
     if (isTaken()) {
@@ -150,10 +161,7 @@ Status Agent::run() {
         std::printf("slot %u is published\n", number_);
         const TreflectReleaseHandlerState released;
         status = follow(slot, *chassis);
-        signalfd_siginfo taken{};
-        static_cast<void>(!::read(signals_, &taken, sizeof taken));
-        const sigset_t signals = endingSignals();
-        ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr); // whom it tells may hang: a second signal ends it at once
+        takeSignal();
     }
     ChassisMeta::instance()->removeObserver(chassis);
     slot.clear();
