@@ -2,6 +2,7 @@
 
 #include "Objects.h"
 #include "Output.h"
+#include "Reaction.h"
 #include "observation/REFLECT_Observer.h"
 #include "observation/REFLECT_OrbObserver.h"
 #include "orb/REFLECT_orb.h"
@@ -21,6 +22,7 @@ public:
         const TreflectHandlerState state(true);
         const TipprmiOID name = getSource()->getOID(); // the actor of the object need not be asked
         say("%s %s%s", objectName(), name.getIdString(), without ? "" : " with permission");
+        react();
         return true;
     }
 };
@@ -29,6 +31,7 @@ class Brokers : public TreflectOrbObserverIf {
 public:
     void orbAppearance(const Transport::TerminationId &id, const Appear_t &type) override {
         say("broker %08X %s", id.value(), type == appear ? "appears" : "disappears");
+        react();
     }
 };
 

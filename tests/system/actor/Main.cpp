@@ -21,7 +21,7 @@
  *   noted                                one-way calls that came         -> "noted N"
  *   counters | dump                      -> "counters ..." lines, "end" | "ok", and lines in the log
  *   counts                               what the library holds          -> "counts ...", see Counts.h
- *   object ... | events ... | port ...   see Objects.h, Events.h, Ports.h
+ *   object ... | events ... | port ... | react ...   see Objects.h, Events.h, Ports.h, Reaction.h
  *   torment | progress | rest            see Torture.h
  *   tree ...                             see Trees.h
  *   enter | forked | segv | exit [STATUS] | exitworker
@@ -33,6 +33,7 @@
 #include "Output.h"
 #include "Ports.h"
 #include "Probe.h"
+#include "Reaction.h"
 #include "Service.h"
 #include "Torture.h"
 #include "Trees.h"
@@ -299,6 +300,7 @@ constexpr Command kCommands[] = {
     {"counts", &onCounts},
     {"object", &onObject},
     {"events", &onEvents},
+    {"react", &onReact},
     {"port", &onPort},
     {"torment", &onTorment},
     {"progress", &onProgress},

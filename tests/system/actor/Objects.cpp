@@ -1,9 +1,11 @@
 #include "Objects.h"
 
 #include "Output.h"
+#include "Reaction.h"
 #include "objects/REFLECT_objectStub.h"
 #include "objects/REFLECT_serverObject.h"
 #include "observation/REFLECT_Observer.h"
+#include "platform/Thread.h"
 #include "reflection/REFLECT_metaObject.h"
 #include "reflection/REFLECT_operation.h"
 #include "rmi/CallHelper.h"
@@ -11,6 +13,7 @@
 #include "threads/HandlerState.h"
 
 #include <atomic>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -114,6 +117,7 @@ public:
     Lookout() : TreflectObserver(TipprmiOID(nullptr, NamespaceId(1)), nullptr, "lookout") {}
     bool detected() override {
         say("told %s", getSource()->getAbsName().c_str()); // asks the actor that waits for this
+        react();
         return verdict;
     }
 };
@@ -161,6 +165,41 @@ std::string onDrop(Arguments &arguments) {
     arguments >> name;
     objects().erase(name);
     return "dropped";
+}
+
+/** Makes and deletes so many, one after the other, with their events, in a thread of its own; says "churned NUMBER"
+ * when all that watch know of both. */
+class Churner : public OSWrap::Thread {
+public:
+    Churner(std::string prefix, unsigned count)
+        : Thread(OSWrap::Priority(0), OSWrap::SchedulingPolicy(0), ~0U, "churner", false), prefix_(std::move(prefix)),
+          count_(count) {}
+
+protected:
+    int run() override {
+        const TreflectHandlerState state(true);
+        for (unsigned i = 0; i < count_; ++i) {
+            const std::string name = prefix_ + std::to_string(i);
+            const Doubler object(name, nullptr);
+            object.sendCreationEvent(&meta);
+            object.sendDeletionEvent(&meta);
+            say("churned %u", i);
+        }
+        return 0;
+    }
+
+private:
+    const std::string prefix_;
+    const unsigned count_;
+};
+
+std::string onChurn(Arguments &arguments) {
+    std::string prefix;
+    unsigned count = 0;
+    arguments >> prefix >> count;
+    static auto &churners = *new std::list<Churner>;
+    churners.emplace_back(prefix, count);
+    return churners.back().start() ? "churning" : "failed";
 }
 
 /** With the events that its owner sends. */
@@ -241,10 +280,10 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"make", &onMake},         {"drop", &onDrop},     {"abs", &onAbs},       {"parent", &onParent},
-    {"children", &onChildren}, {"double", &onDouble}, {"calls", &onCalls},   {"observe", &onObserve},
-    {"create", &onCreate},     {"delete", &onDelete}, {"forget", &onForget}, {"observed", &onObserved},
-    {"verdict", &onVerdict},
+    {"make", &onMake},         {"drop", &onDrop},       {"abs", &onAbs},       {"parent", &onParent},
+    {"children", &onChildren}, {"double", &onDouble},   {"calls", &onCalls},   {"observe", &onObserve},
+    {"churn", &onChurn},       {"create", &onCreate},   {"delete", &onDelete}, {"forget", &onForget},
+    {"observed", &onObserved}, {"verdict", &onVerdict},
 };
 
 } // namespace

@@ -10,6 +10,8 @@ class TreflectMetaObject;
  *   object drop NAME                                                            -> "object dropped"
  *   object create NAME            a root, with its event                         -> "object created"
  *   object delete NAME            the same                                       -> "object deleted"
+ *   object churn PREFIX COUNT     makes and deletes PREFIX0 and so on, in a thread -> "object churning"
+ *                                 for each, when all that watch know of its end: "churned NUMBER"
  *   object abs NAME               its absolute name                              -> "object NAME"
  *   object parent NAME            that of its parent                             -> "object NAME"
  *   object children NAME          their absolute names                           -> "object NAME NAME ..."
