@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -223,6 +224,54 @@ TEST_F(ObservableTest, ObserversMayComeAndGoWhileOneOfThemIsLookedFor) {
     EXPECT_LT(before, peer.requests().size()) << "it was looked for";
     EXPECT_EQ(Names(20, "b"), told());
     EXPECT_FALSE(observed.preObserverAvailable(kClass, kMethod));
+}
+
+TEST_F(ObservableTest, AnObserverMayDestroyOthers) {
+    auto gone = std::make_unique<Recorder>("gone", record);
+    Recorder c("c", record);
+    for (const Recorder *observer : {&a, gone.get(), &c}) {
+        observed.registerObserver(0, kClass, kMethod, *observer->getClient());
+    }
+    observed.registerObserver(1, kClass, kMethod, *gone->getClient());
+    a.reaction = [&] { gone.reset(); };
+    EXPECT_TRUE(notify(0));
+    EXPECT_EQ((Names{"a", "c"}), told());
+    EXPECT_FALSE(observed.postObserverAvailable(kClass, kMethod)) << "as one that was not reached";
+    EXPECT_EQ(1, observed.removals);
+    EXPECT_TRUE(notify(0));
+    EXPECT_EQ((Names{"a", "c"}), told());
+}
+
+TEST_F(ObservableTest, AnExceptionComesToWhoTells) {
+    auto gone = std::make_unique<Recorder>("gone", record);
+    for (const Recorder *observer : {gone.get(), &a, &b}) {
+        observed.registerObserver(0, kClass, kMethod, *observer->getClient());
+    }
+    gone.reset();
+    a.reaction = [] { throw std::runtime_error("application"); };
+    EXPECT_THROW(notify(0), std::runtime_error);
+    EXPECT_EQ(Names{"a"}, told()) << "the others are not told";
+    EXPECT_TRUE(TreflectORB::hasRunPermission());
+    a.reaction = {};
+    EXPECT_TRUE(notify(0));
+    EXPECT_EQ((Names{"a", "b"}), told()) << "all are still registered";
+    EXPECT_EQ(1, observed.removals) << "but for the one that was gone";
+}
+
+TEST_F(ObservableTest, NotificationsOfOneObjectNest) {
+    observed.registerObserver(0, kClass, kMethod, *a.getClient());
+    observed.registerObserver(0, kClass, kMethod, *b.getClient());
+    int depth = 0;
+    a.reaction = [&] {
+        if (++depth == 1) {
+            EXPECT_TRUE(notify(0));
+            observed.unRegisterObserver(*b.getClient());
+        }
+    };
+    EXPECT_TRUE(notify(0));
+    EXPECT_EQ((Names{"a", "a", "b", "b"}), told());
+    EXPECT_TRUE(notify(0));
+    EXPECT_EQ((Names{"a"}), told());
 }
 
 TEST_F(ObservableTest, WithoutMemoryNobodyIsRegistered) {
