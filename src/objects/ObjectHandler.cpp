@@ -4,6 +4,7 @@
 #include "orb/SingletonInstances_p.h"
 #include "threads/HandlerState.h"
 
+#include <algorithm>
 #include <new>
 
 namespace {
@@ -75,11 +76,15 @@ TreflectObjectStub *TreflectObjectHandler::findOrMake(const TreflectObjectLocati
     if (stub != nullptr) {
         if (stub->getServer() == nullptr && location.getServer() != nullptr) {
             stub->setServer(location.getServer()); // it came from a message, which cannot know
+            if (!rememberServer(stub)) {
+                stub->setServer(nullptr);
+            }
         }
         return stub;
     }
     stub = new (std::nothrow) TreflectObjectStub(location);
-    if (stub != nullptr && !stubs_.insert(stub)) {
+    if (stub != nullptr && !(stubs_.insert(stub) && rememberServer(stub))) {
+        stubs_.erase(stub);
         delete stub;
         return nullptr;
     }
@@ -101,6 +106,7 @@ void TreflectObjectHandler::releaseStub(TreflectObjectStub *stub) {
     }
     TreflectHandlerState state(true);
     if (stub->decRefCount() && stub != &invalidStub_) {
+        forgetServer(*stub);
         stubs_.erase(stub);
         delete stub;
     }
@@ -120,7 +126,11 @@ void TreflectObjectHandler::invalidateStubs(const TreflectOrbId &orb) {
 
 void TreflectObjectHandler::invalidateStubs(const TipprmiObjectSkeleton *object) {
     TreflectHandlerState state(true);
-    stubs_.invalidateStubs([object](const TreflectObjectStub &stub) { return stub.getServer() == object; });
+    for (auto entry = localStubs_.find(object); entry != localStubs_.end(); entry = localStubs_.find(object)) {
+        TreflectObjectStub *const stub = entry->second;
+        localStubs_.erase(entry);
+        stub->setInvalid();
+    }
 }
 
 bool TreflectObjectHandler::isInvalidStub(const TreflectObjectStub &stub) noexcept {
@@ -128,15 +138,27 @@ bool TreflectObjectHandler::isInvalidStub(const TreflectObjectStub &stub) noexce
     return handler != nullptr && &stub == &handler->invalidStub_;
 }
 
-void TreflectObjectHandler::changeKey(TreflectObjectStub &stub, const std::function<void()> &change) {
-    if (isInvalidStub(stub)) {
-        return; // all handles of nothing would become handles of something
+/** False if memory is short. */
+bool TreflectObjectHandler::rememberServer(TreflectObjectStub *stub) {
+    try {
+        if (TipprmiObjectSkeleton *object = stub->getServer()) {
+            localStubs_.emplace(object, stub);
+        }
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
     }
-    TreflectHandlerState state(true);
+}
+
+void TreflectObjectHandler::forgetServer(const TreflectObjectStub &stub) noexcept {
     TreflectObjectHandler *const handler = getExisting();
-    const bool known = handler != nullptr && handler->stubs_.erase(&stub);
-    change();
-    if (known && !handler->stubs_.insert(&stub)) {
-        stub.setInvalid(); // it can be found no more
+    if (handler == nullptr || stub.getServer() == nullptr) {
+        return;
+    }
+    const auto range = handler->localStubs_.equal_range(stub.getServer());
+    const auto entry =
+        std::find_if(range.first, range.second, [&stub](const auto &each) { return each.second == &stub; });
+    if (entry != range.second) {
+        handler->localStubs_.erase(entry);
     }
 }

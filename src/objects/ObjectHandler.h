@@ -2,9 +2,10 @@
 
 #include "objects/ObjectStubContainer.h"
 #include "platform/Export.h"
+#include "threads/HandlerState.h"
 
 #include <atomic>
-#include <functional>
+#include <map>
 
 /**
  * Owns the stubs of the process: one for each location, counted, deleted with the last reference. Every operation takes
@@ -41,17 +42,38 @@ public:
     void invalidateStubs(const TipprmiObjectSkeleton *object);
 
     static bool isInvalidStub(const TreflectObjectStub &stub) noexcept;
-    /** For changes of what a stub is sorted by: takes it out of the container meanwhile. With the run permission.
-     *  The stub that stands for nothing is not changed. */
-    static void changeKey(TreflectObjectStub &stub, const std::function<void()> &change);
+    /** For changes of where a stub's object is, by which it is found: `change()` is called once. The stub that stands
+     *  for nothing is not changed. */
+    template <class Change>
+    static void changeKey(TreflectObjectStub &stub, const Change &change) {
+        if (isInvalidStub(stub)) {
+            return; // all handles of nothing would become handles of something
+        }
+        const TreflectHandlerState state(true);
+        TreflectObjectHandler *const handler = getExisting();
+        if (handler == nullptr) {
+            change();
+            return;
+        }
+        forgetServer(stub);
+        if (handler->stubs_.change(&stub, change) && !handler->rememberServer(&stub)) {
+            stub.setServer(nullptr); // it would not be told when the object goes
+        }
+    }
 
 private:
+    friend void TreflectObjectStub::setInvalid() noexcept;
+
     TreflectObjectHandler();
     ~TreflectObjectHandler() = default;
     void checkConnect(TreflectObjectStub *stub);
     TreflectObjectStub *findOrMake(const TreflectObjectLocationIf &location);
+    bool rememberServer(TreflectObjectStub *stub);
+    static void forgetServer(const TreflectObjectStub &stub) noexcept;
 
     static std::atomic<TreflectObjectHandler *> instance_;
     TreflectObjectStubContainer stubs_; // with the run permission
     TreflectObjectInvalidStub invalidStub_;
+    /** Those in the container that stand for an object of this process: it need not search all when it goes. */
+    std::multimap<const TipprmiObjectSkeleton *, TreflectObjectStub *> localStubs_;
 };

@@ -43,9 +43,15 @@ TEST_F(StubTest, TwoAdoptionsOfALocationShareAStubAndTwoReleasesEndIt) {
     EXPECT_NE(stub, other);
     handler.releaseStub(stub);
     EXPECT_EQ(1, stub->refCount());
+    EXPECT_EQ(stub, handler.adoptStub(remote(0x10, "a"))) << "a nameless stub is that of all names";
+    handler.releaseStub(stub);
     handler.releaseStub(stub);
     handler.releaseStub(other);
     handler.releaseStub(nullptr);
+    // Had the nameless one been left behind, this would find it.
+    TreflectObjectStub *const named = handler.adoptStub(remote(0x10, "a"));
+    EXPECT_TRUE(named->hasOID());
+    handler.releaseStub(named);
 }
 
 TEST_F(StubTest, WithoutNameThereIsTheInvalidStub) {
@@ -166,10 +172,13 @@ TEST_F(StubTest, NamedAndNamelessStubsOfOneObjectAreAllFound) {
         for (TreflectObjectStub *stub : stubs) {
             handler.releaseStub(stub);
         }
-        // Had one been left behind, this would find it.
-        TreflectObjectStub *const fresh = handler.adoptStub(remote(0x40, "n3"));
-        EXPECT_EQ(1, fresh->refCount());
-        handler.releaseStub(fresh);
+        // Had one been left behind, these would find it.
+        TreflectObjectStub *const named = handler.adoptStub(remote(0x40, "fresh"));
+        EXPECT_TRUE(named->hasOID());
+        handler.releaseStub(named);
+        TreflectObjectStub *const nameless = handler.adoptStub(remote(0x40));
+        EXPECT_FALSE(nameless->hasOID());
+        handler.releaseStub(nameless);
     }
 }
 

@@ -15,7 +15,7 @@ bool sameObject(const TreflectObjectLocationIf &a, const TreflectObjectLocationI
 
 } // namespace
 
-bool TreflectObjectStubContainer::Order::operator()(const TreflectObjectLocationIf *a,
+bool TreflectObjectStubContainer::ltOID::operator()(const TreflectObjectLocationIf *a,
                                                     const TreflectObjectLocationIf *b) const {
     if (!sameObject(*a, *b) || (a->hasOID() && b->hasOID())) {
         return *a < *b;
@@ -24,15 +24,24 @@ bool TreflectObjectStubContainer::Order::operator()(const TreflectObjectLocation
 }
 
 TreflectObjectStub *TreflectObjectStubContainer::find(const TreflectObjectLocationIf &location) const {
-    // The nameless key is the first of those of the object.
+    const auto suits = [&location](const TreflectObjectStub &stub) {
+        // Without a number there is nothing but the object itself to tell one from another.
+        return stub.isValid() && (location.getInternalOID() != 0 || location.getServer() == stub.getServer());
+    };
+    // First those of the object that have no name, which are equal to all; then, of many names, the one asked for.
     const TreflectORB::TreflectObjectLocation first(location.getInternalOID(), location.orbId(), nullptr,
                                                     TipprmiOID(nullptr, location.getNamespaceId()));
-    for (auto entry = stubs_.lower_bound(&first); entry != stubs_.end() && sameObject(*entry->first, location);
-         ++entry) {
-        const bool equal = !(*entry->first < location) && !(location < *entry->first);
-        // Without a number there is nothing but the object itself to tell one from another.
-        const bool other = location.getInternalOID() == 0 && location.getServer() != entry->second->getServer();
-        if (equal && !other && entry->second->isValid()) {
+    auto entry = stubs_.lower_bound(&first);
+    for (; entry != stubs_.end() && sameObject(*entry->first, location) && !entry->first->hasOID(); ++entry) {
+        if (suits(*entry->second)) {
+            return entry->second;
+        }
+    }
+    if (location.hasOID()) {
+        entry = stubs_.lower_bound(&location);
+    }
+    for (; entry != stubs_.end() && sameObject(*entry->first, location) && !(location < *entry->first); ++entry) {
+        if (suits(*entry->second)) {
             return entry->second;
         }
     }
@@ -51,15 +60,18 @@ bool TreflectObjectStubContainer::insert(TreflectObjectStub *stub) {
 }
 
 bool TreflectObjectStubContainer::erase(TreflectObjectStub *stub) {
-    const auto isStub = [stub](const Stubs::value_type &entry) { return entry.second == stub; };
-    const auto range = stubs_.equal_range(stub);
-    auto entry = std::find_if(range.first, range.second, isStub);
-    if (entry == range.second) { // its name or number may have been changed in here; it must not be left behind
-        entry = std::find_if(stubs_.begin(), stubs_.end(), isStub);
-        if (entry == stubs_.end()) {
-            return false;
-        }
+    const auto entry = position(stub);
+    if (entry == stubs_.end()) {
+        return false;
     }
     stubs_.erase(entry);
     return true;
+}
+
+TreflectObjectStubContainer::Stubs::iterator TreflectObjectStubContainer::position(TreflectObjectStub *stub) {
+    const auto isStub = [stub](const Stubs::value_type &entry) { return entry.second == stub; };
+    const auto range = stubs_.equal_range(stub);
+    const auto entry = std::find_if(range.first, range.second, isStub);
+    // Its name or number may have been changed in here; it must not be left behind.
+    return entry != range.second ? entry : std::find_if(stubs_.begin(), stubs_.end(), isStub);
 }

@@ -9,7 +9,10 @@
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
+#include <initializer_list>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -79,6 +82,51 @@ TEST_F(ContainerTest, InvalidStubsStay) {
     EXPECT_FALSE(stub.isValid());
     EXPECT_TRUE(other.isValid());
     EXPECT_TRUE(container.erase(&stub));
+}
+
+/** Counts how often its name is compared. */
+class CountingLocation : public Location {
+public:
+    using Location::Location;
+    TipprmiOID getOID() const override {
+        ++comparisons;
+        return Location::getOID();
+    }
+    mutable unsigned comparisons = 0;
+};
+
+TEST_F(ContainerTest, ANameIsNotSearchedForAmongAllOthers) {
+    constexpr unsigned kStubs = 1000;
+    TreflectObjectStubContainer container;
+    std::vector<std::unique_ptr<TreflectObjectStub>> stubs; // known by name only
+    for (unsigned i = 0; i < kStubs; ++i) {
+        stubs.push_back(std::make_unique<TreflectObjectStub>(
+            Location(0, TreflectOrbId(), nullptr, name(std::to_string(i).c_str()))));
+        ASSERT_TRUE(container.insert(stubs.back().get()));
+    }
+    const CountingLocation known(0, TreflectOrbId(), nullptr, name("999"));
+    EXPECT_EQ(stubs.back().get(), container.find(known));
+    EXPECT_LT(known.comparisons, 100U);
+    const CountingLocation unknown(0, TreflectOrbId(), nullptr, name("x"));
+    EXPECT_EQ(nullptr, container.find(unknown));
+    EXPECT_LT(unknown.comparisons, 100U);
+}
+
+TEST_F(ContainerTest, AStubIsFoundAtItsNewPlaceWithoutMemoryForIt) {
+    TreflectObjectStubContainer container;
+    TreflectObjectStub first(remote(1));
+    TreflectObjectStub stub(remote(5, "a"));
+    TreflectObjectStub elsewhere(remote(5, "a"));
+    container.insert(&first);
+    container.insert(&stub);
+    const Testing::HeapProbe probe;
+    EXPECT_TRUE(container.change(&stub, [&] { stub.setInternalOID(100); }));
+    EXPECT_FALSE(container.change(&elsewhere, [&] { elsewhere.setInternalOID(101); }));
+    EXPECT_EQ(0U, probe.allocations());
+    EXPECT_EQ(101U, elsewhere.getInternalOID());
+    EXPECT_EQ(&stub, container.find(remote(100, "a")));
+    EXPECT_EQ(nullptr, container.find(remote(5, "a")));
+    EXPECT_EQ(nullptr, container.find(remote(101, "a")));
 }
 
 // --- what the handler makes of it -----------------------------------------------------------------------------------
@@ -195,6 +243,82 @@ TEST_F(ContainerTest, WithoutMemoryHandlesAreOfNothing) {
     EXPECT_EQ("00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 00", Testing::hex(reference));
     *none = TipprmiObjectClient(&object);
     EXPECT_EQ(&object, none->getServer());
+}
+
+SCENARIO(connectWithoutMemory) {
+    Transport::FakeLink::install();
+    const TreflectHandlerState state(true);
+    TreflectObjectHandler &handler = *TreflectObjectHandler::getInstance();
+    TreflectObjectStub *const byName = handler.adoptStub(name("object"));
+    TreflectObjectStub *const byObject = handler.adoptStub(remote(0x10));
+    SCENARIO_CHECK(!byName->isConnected());
+    auto object = std::make_unique<TipprmiObjectSkeleton>(name("object"));
+    const unsigned number = object->getInternalOID();
+    const TipprmiOID oid = name("object");
+    Log::setSink([](int, const std::string &, const char *) {});
+    {
+        const Testing::FailingHeap none(0, Testing::FailingHeap::Calls::all);
+        handler.adoptStub(byName);
+        byName->connect(oid);
+        byObject->connect(object.get());
+    }
+    SCENARIO_CHECK(byName->refCount() == 2);
+    for (const TreflectObjectStub *stub : {byName, byObject}) {
+        SCENARIO_CHECK(stub->isConnected());
+        SCENARIO_CHECK(stub->getInternalOID() == number);
+    }
+    object.reset(); // which they must not stand for any more
+    for (TreflectObjectStub *stub : {byName, byObject, byName}) {
+        SCENARIO_CHECK(stub->getServer() == nullptr);
+        handler.releaseStub(stub);
+    }
+}
+
+TEST_F(ContainerTest, AStubThatConnectsWithoutMemoryKnowsWhereTheObjectIs) {
+    const Testing::ProcessResult result = Testing::runScenario("connectWithoutMemory");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** It was last told where its object is in another way each time. */
+TEST_F(ContainerTest, NoStubStandsForAnObjectThatIsGone) {
+    TipprmiObjectSkeleton other(name("other"));
+    auto object = std::make_unique<TipprmiObjectSkeleton>(name("object"));
+    const Location reference(object->getInternalOID(), orb.orbId(), nullptr, name(nullptr));
+    const Location found = orb.locateObject(name("object"));
+    unsigned number = 0x100;
+    const auto fresh = [&] { return handler.adoptStub(remote(number++)); };
+    TreflectObjectStub *const byReference = handler.adoptStub(reference);
+    ASSERT_EQ(nullptr, byReference->getServer());
+    EXPECT_EQ(byReference, handler.adoptStub(found));
+    TreflectObjectStub *const assigned = fresh();
+    *assigned = TreflectObjectStub(object.get());
+    TreflectObjectStub *const connected = fresh();
+    connected->connect(&other);
+    connected->connect(object.get());
+    TreflectObjectStub *const byName = fresh();
+    byName->connect(name("object"));
+    TreflectObjectStub *const revived = fresh();
+    revived->connect(object.get());
+    revived->setInvalid();
+    revived->connect(object.get());
+    TreflectObjectStub *const left = fresh();
+    left->connect(object.get());
+    left->connect(&other);
+    TreflectObjectStub *const released = fresh();
+    released->connect(object.get());
+    handler.releaseStub(released);
+    const std::initializer_list<TreflectObjectStub *> stubs{byReference, assigned, connected, byName, revived};
+    for (const TreflectObjectStub *stub : stubs) {
+        EXPECT_EQ(object.get(), stub->getServer());
+    }
+    object.reset();
+    for (TreflectObjectStub *stub : stubs) {
+        EXPECT_FALSE(stub->isValid());
+        handler.releaseStub(stub);
+    }
+    EXPECT_EQ(&other, left->getServer());
+    handler.releaseStub(left);
+    handler.releaseStub(byReference);
 }
 
 SCENARIO(handlerWithoutMemory) {

@@ -108,6 +108,7 @@ TipprmiObjectSkeleton *TreflectObjectStub::getServer() const {
 }
 
 void TreflectObjectStub::setInvalid() noexcept {
+    TreflectObjectHandler::forgetServer(*this);
     object_ = invalidMark();
 }
 
