@@ -160,7 +160,11 @@ TEST_F(DispatchTest, ATruncatedCallIsOneWayToNobody) {
 TEST_F(DispatchTest, AnswersThatFindNobodyAreReported) {
     Thing thing("thing", &addOne);
     for (TerminationId from : {kNobody, TerminationId()}) {
-        for (Message::type_t type : {Message::tPayld, Message::tRslve, Message::tPfCnt}) {
+        for (unsigned code = Message::tRslve; code <= Message::tPfCnt; ++code) {
+            const auto type = static_cast<Message::type_t>(code);
+            if (type == Message::tOrbAp) {
+                continue; // unknown
+            }
             TipprmiStream request = peer.message(type, Message::kRequ, 1);
             if (type == Message::tPayld) {
                 request << thing.getInternalOID() << true << 1U << 1U;
@@ -174,7 +178,7 @@ TEST_F(DispatchTest, AnswersThatFindNobodyAreReported) {
         }
     }
     EXPECT_TRUE(eventually([&] {
-        return log.count(3, "Sending response message failed rc=0", kSource) == 4 &&
+        return log.count(3, "Sending response message failed rc=0", kSource) == 16 &&
                log.count(3, "Sending resolve response message failed rc=0", kSource) == 2;
     }));
 }

@@ -66,6 +66,28 @@ TEST_F(NotificationTest, ABrokerThatDoesNotAnswerIsToldNoMore) {
     EXPECT_EQ(1U, orb.getMetaData(kClass)->remoteDeletionObservers.size()) << "only of what failed";
 }
 
+/** Nothing changes when it goes: the next notification that does not reach it ends its subscription. */
+TEST_F(NotificationTest, ABrokerThatHasGoneIsToldNoMore) {
+    appear(kPeer);
+    Testing::PortImpl port("port");
+    const TreflectOrbId peer = orb.convertId(kPeer);
+    orb.addRemoteCreationObserver(kClass, peer, nullptr);
+    orb.addRemoteDeletionObserver(kClass, peer);
+    vanish(kPeer);
+    const TreflectORB::MetaData &data = *orb.getMetaData(kClass);
+    EXPECT_EQ((std::set<TreflectOrbId>{peer}), data.remoteCreationObservers);
+    EXPECT_EQ((std::set<TreflectOrbId>{peer}), data.remoteDeletionObservers);
+    orb.notifyCreation(kClass, port);
+    EXPECT_TRUE(data.remoteCreationObservers.empty());
+    EXPECT_EQ((std::set<TreflectOrbId>{peer}), data.remoteDeletionObservers);
+    orb.notifyDeletion(kClass, port);
+    EXPECT_TRUE(data.remoteDeletionObservers.empty());
+    appear(kPeer);
+    orb.notifyCreation(kClass, port);
+    orb.notifyDeletion(kClass, port);
+    EXPECT_EQ("", unit.summary()) << "the next broker at this place has not subscribed";
+}
+
 TEST_F(NotificationTest, AnObjectCountsUntilItsDeletionIsTold) {
     appear(kPeer);
     Testing::PortImpl port("port");
@@ -95,6 +117,25 @@ TEST_F(NotificationTest, EachObserverIsToldOnceWhateverTheyDoToTheList) {
     EXPECT_EQ(1U, first.told.size());
     EXPECT_EQ(1U, second.told.size());
     EXPECT_EQ(1U, third.told.size());
+}
+
+TEST_F(NotificationTest, ObjectsThatGoWhileOthersAreToldAreNotTold) {
+    std::vector<std::unique_ptr<Testing::PortImpl>> ports;
+    for (int i = 0; i < 3; ++i) {
+        ports.push_back(std::make_unique<Testing::PortImpl>("port"));
+        orb.notifyCreation(kClass, *ports.back());
+    }
+    std::sort(ports.begin(), ports.end()); // in the order in which they are told of
+    const unsigned first = ports[0]->getInternalOID();
+    const unsigned last = ports[2]->getInternalOID();
+    Watcher watcher("watcher");
+    watcher.reaction = [&] {
+        const TreflectHandlerState own(true);
+        ports[0].reset(); // the one that is being told of
+        ports[1].reset();
+    };
+    orb.observeCreations(kClass, watcher, true);
+    EXPECT_EQ((std::vector<unsigned>{first, last}), watcher.told);
 }
 
 TEST_F(NotificationTest, TheFirstObserverSubscribesAndTheLastToGoUnsubscribes) {
@@ -175,6 +216,60 @@ TEST_F(NotificationTest, ABrokerThatToldItsClassesIsAskedForTheseOnly) {
     EXPECT_EQ("42:tODNSU(70) 42:tOCNSU(77,existing)", unit.summary());
 }
 
+/** Between its answer and the end of the subscription, which looks up an object that the answer only names. */
+TEST_F(NotificationTest, WhatABrokerSaidThatGoesMeanwhileIsNotKept) {
+    appear(kPeer);
+    appear(kOther);
+    unit.objects = [](TipprmiStream &body) {
+        body << 1U << TreflectORB::TreflectObjectLocation(TipprmiOID("named", NamespaceId(1)));
+    };
+    theirClasses({kClass});
+    const TreflectOrbId peer = orb.convertId(kPeer);
+    bool gone = false;
+    unit.meanwhile = [&](const Testing::FakeUnit::Asked &asked) {
+        if (asked.type == TreflectMessage::tRslve && !gone) {
+            gone = true;
+            vanish(kPeer);
+        }
+    };
+    orb.registerForOCN(kClass, nullptr, &peer);
+    ASSERT_TRUE(gone);
+    appear(kPeer);
+    unit.summary();
+    orb.registerForODN(0x78, &peer);
+    EXPECT_EQ("42:tODNSU(78)", unit.summary()) << "what its predecessor had does not count";
+}
+
+/** What was counted was said, though it did not arrive. */
+TEST_F(NotificationTest, ACountOfClassesIsBelieved) {
+    appear(kPeer);
+    unit.classes = [](TipprmiStream &body) { body << 3U << 0x70U; };
+    const TreflectOrbId peer = orb.convertId(kPeer);
+    orb.registerForODN(0x70, &peer);
+    orb.registerForODN(0x71, &peer);
+    orb.registerForODN(0x70, &peer);
+    EXPECT_EQ("42:tODNSU(70) 42:tODNSU(70)", unit.summary());
+}
+
+TEST_F(NotificationTest, AnAnswerWhoseObjectsAreCutTeachesNothing) {
+    appear(kPeer);
+    const TreflectOrbId peer = orb.convertId(kPeer);
+    const auto subscribe = [&] {
+        std::vector<TreflectObject> existing;
+        orb.registerForOCN(kClass, &existing, &peer);
+        orb.registerForOCN(0x78, &existing, &peer);
+        EXPECT_EQ("42:tOCNSU(77,existing) 42:tOCNSU(78,existing)", unit.summary());
+        return existing.size();
+    };
+    unit.objects = [](TipprmiStream &) {}; // not even their number
+    EXPECT_EQ(0U, subscribe());
+    unit.objects = [this](TipprmiStream &body) { body << 2U << at(kPeer, 0x500); };
+    EXPECT_EQ(1U, subscribe());
+    unit.objects = [](TipprmiStream &body) { body << 0xFFFFFFFFU; };
+    unit.classes = [](TipprmiStream &body) { body << 0U; };
+    EXPECT_EQ(0U, subscribe());
+}
+
 TEST_F(NotificationTest, AnAnswerWithoutClassesTeachesNothing) {
     appear(kPeer);
     Watcher watcher("watcher");
@@ -204,6 +299,31 @@ TEST_F(NotificationTest, ABrokerThatComesUpIsAskedForTheObservedClasses) {
     EXPECT_EQ("", unit.summary()) << "it is of another namespace";
 }
 
+/** The tables of classes may change under the walk that asks it for them. */
+TEST_F(NotificationTest, ClassesThatAreObservedWhileABrokerIsAskedAreNotLeftOut) {
+    appear(kOther);
+    Watcher watcher("watcher");
+    Watcher late("late");
+    orb.observeCreations(0x71, watcher, false);
+    theyHave({0x500});
+    bool first = true;
+    watcher.reaction = [&] {
+        if (first) {
+            first = false;
+            const TreflectHandlerState own(true);
+            orb.removeObserver(0x71, watcher);
+            for (unsigned cc : {0x60U, 0x70U, 0x7FU}) {
+                orb.getMetaData(cc)->deletionObservers.push_back(&late);
+            }
+        }
+    };
+    unit.summary();
+    const TreflectOrbId peer = orb.convertId(kOther);
+    orb.orbAppeared(peer);
+    EXPECT_EQ("43:tOCNSU(71,existing) 43:tOCNUN(71) 43:tODNUN(71) 43:tODNSU(7F) 43:tODNSU(60) 43:tODNSU(70)",
+              unit.summary());
+}
+
 /** It is in no list of members that the subscription knows, so the subscription makes up for it at its end. */
 TEST_F(NotificationTest, ABrokerThatComesUpDuringASubscriptionIsNotMissed) {
     appear(kPeer);
@@ -219,6 +339,25 @@ TEST_F(NotificationTest, ABrokerThatComesUpDuringASubscriptionIsNotMissed) {
     orb.observeCreations(kClass, watcher, true);
     EXPECT_EQ("42:tOCNSU(77,existing) 43:tOCNSU(77,existing)", unit.summary());
     EXPECT_EQ((std::vector<unsigned>{0x500, 0x500}), watcher.told) << "from each broker";
+    Watcher later("later");
+    orb.observeCreations(kClass, later, false);
+    EXPECT_EQ("43:tOCNSU(77)", unit.summary()) << "it is missed until the next subscription at all";
+}
+
+TEST_F(NotificationTest, ABrokerThatComesUpDuringASubscriptionToDeletionsIsNotMissed) {
+    appear(kPeer);
+    Watcher watcher("watcher");
+    bool first = true;
+    unit.meanwhile = [&](const Testing::FakeUnit::Asked &) {
+        if (first) {
+            first = false;
+            appear(kOther);
+        }
+    };
+    orb.observeDeletions(kClass, watcher);
+    EXPECT_EQ("42:tODNSU(77) 43:tODNSU(77)", unit.summary());
+    orb.observeDeletions(kClass, watcher);
+    EXPECT_EQ("43:tODNSU(77)", unit.summary());
 }
 
 TEST_F(NotificationTest, WhatIsDestroyedIsForgotten) {

@@ -6,7 +6,10 @@
 #include "support/ReflectiveClasses.h"
 #include "threads/HandlerState.h"
 
+#include <algorithm>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -25,6 +28,14 @@ public:
     std::vector<unsigned> told;
 };
 
+std::vector<unsigned> elements(const TipprmiSequence<unsigned> &sequence) {
+    std::vector<unsigned> all;
+    for (unsigned i = 0; i < sequence.getLength(); ++i) {
+        all.push_back(sequence[i]);
+    }
+    return all;
+}
+
 /** What another broker asks for, and tells. */
 class SubscribersTest : public Testing::BrokerTest {
 protected:
@@ -35,6 +46,10 @@ protected:
         link.peerAppears(marker);
         EXPECT_TRUE(log.waitFor(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), marker.value()),
                                 "REFLECT_orb"));
+        const TreflectHandlerState state(true);
+        orb.destroyMetaData();
+    }
+    ~SubscribersTest() override {
         const TreflectHandlerState state(true);
         orb.destroyMetaData();
     }
@@ -61,16 +76,19 @@ protected:
 };
 
 TEST_F(SubscribersTest, SubscriptionsAreAnsweredWithTheClassesOfThisActor) {
+    const unsigned port = Testing::PortMeta::instance()->id();
+    const unsigned equipment = Testing::EquipmentMeta::instance()->id();
+    const std::vector<unsigned> expected{std::min(port, equipment), std::max(port, equipment)};
     TipprmiSequence<unsigned> classes;
     TipprmiStream first = ask(Message::tODNSU, kClass);
     first >> classes;
-    EXPECT_EQ(2U, classes.getLength());
+    EXPECT_EQ(expected, elements(classes));
     EXPECT_EQ(Counts(0, 1), subscribers());
     unsigned objects = 99;
     TipprmiStream answer = ask(Message::tOCNSU, kClass, false);
     answer >> objects >> classes;
     EXPECT_EQ(0U, objects);
-    EXPECT_EQ(2U, classes.getLength());
+    EXPECT_EQ(expected, elements(classes));
     EXPECT_EQ(Counts(1, 1), subscribers());
 }
 
@@ -102,17 +120,48 @@ TEST_F(SubscribersTest, ExistingObjectsAreGivenIfTheyAreWanted) {
 
 TEST_F(SubscribersTest, WhatOthersMakeAndDeleteIsTold) {
     std::unique_ptr<Watcher> watcher;
+    std::unique_ptr<Watcher> other;
     {
         const TreflectHandlerState state(true);
         watcher = std::make_unique<Watcher>();
+        other = std::make_unique<Watcher>();
         orb.getMetaData(kClass)->creationObservers.push_back(watcher.get());
+        orb.getMetaData(kClass)->deletionObservers.push_back(other.get());
     }
     const TreflectORB::TreflectObjectLocation object(0x500, orb.convertId(peer.id()), nullptr,
                                                      TipprmiOID(nullptr, NamespaceId(1)));
     EXPECT_TRUE(ask(Message::tOCN, kClass, object).empty());
     EXPECT_EQ((std::vector<unsigned>{0x500}), watcher->told);
-    ask(Message::tODN, kClass, object);
+    EXPECT_TRUE(other->told.empty()) << "it does not observe creations";
+    EXPECT_TRUE(ask(Message::tODN, kClass, object).empty());
+    EXPECT_EQ((std::vector<unsigned>{0x500}), other->told);
     EXPECT_EQ(1U, watcher->told.size()) << "it does not observe deletions";
+    const TreflectHandlerState state(true);
+    watcher.reset();
+    other.reset();
+}
+
+TEST_F(SubscribersTest, WhatIsCutBehindTheClassHasNoEffectEither) {
+    std::unique_ptr<Watcher> watcher;
+    {
+        const TreflectHandlerState state(true);
+        watcher = std::make_unique<Watcher>();
+        orb.getMetaData(kClass)->creationObservers.push_back(watcher.get());
+        orb.getMetaData(kClass)->deletionObservers.push_back(watcher.get());
+    }
+    for (Message::type_t type : {Message::tOCN, Message::tODN}) {
+        EXPECT_TRUE(ask(type, kClass).empty());
+        EXPECT_TRUE(ask(type, kClass, std::string("an identifier"), 1U).empty());
+        EXPECT_TRUE(ask(type, kClass, std::string(), 1U, 0x500U).empty()) << "the broker is missing";
+    }
+    EXPECT_TRUE(watcher->told.empty());
+    TipprmiStream answer = ask(Message::tOCNSU, kClass); // whether objects are wanted is missing
+    TipprmiSequence<unsigned> none;
+    TipprmiSequence<unsigned> classes;
+    answer >> none >> classes;
+    EXPECT_EQ(0U, none.getLength());
+    EXPECT_EQ(2U, classes.getLength());
+    EXPECT_EQ(Counts(0, 0), subscribers());
     const TreflectHandlerState state(true);
     watcher.reset();
 }
