@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 #include <unistd.h>
 
@@ -22,6 +23,13 @@ constexpr char kScript[] = "/opt/zef/bin/debug_orbhang.sh";
 
 /** In the child, which has none of the actor's other threads: the log, the heap, everything may be locked for ever. */
 [[noreturn]] void becomeScript(const char *launcher, const char *script, int log, const sigset_t &signals) {
+    for (int signal = 1; signal < NSIG; ++signal) { // a signal to the group must not run the actor's handler in here
+        struct sigaction action {};
+        if (::sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
+            action = {};
+            ::sigaction(signal, &action, nullptr);
+        }
+    }
     pthread_sigmask(SIG_SETMASK, &signals, nullptr);
     const int result = ::execl(launcher, "llpd", script, static_cast<char *>(nullptr));
     const int error = errno;
@@ -35,11 +43,13 @@ constexpr char kScript[] = "/opt/zef/bin/debug_orbhang.sh";
     ::_exit(127);
 }
 
-void startScript(unsigned seconds) {
-    LogDispatch(3, LogMakeString("Triggered debug_orbhang.sh at %d seconds\n", static_cast<int>(seconds)), kSource);
-    const std::string &root = Platform::environment().rootPrefix;
-    const std::string launcher = root + kLauncher;
-    const std::string script = root + kScript;
+void reportFailure(int error) {
+    char text[128];
+    LogDispatch(3, LogMakeString("%s: Forking child failed due to: %s", "wait", strerror_r(error, text, sizeof text)),
+                kSource);
+}
+
+void start(const std::string &launcher, const std::string &script) {
     const int log = Log::rawDescriptor();
     sigset_t all;
     sigset_t before;
@@ -52,10 +62,17 @@ void startScript(unsigned seconds) {
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (child < 0) {
-        char text[128];
-        LogDispatch(3,
-                    LogMakeString("%s: Forking child failed due to: %s", "wait", strerror_r(error, text, sizeof text)),
-                    kSource);
+        reportFailure(error);
+    }
+}
+
+void startScript(unsigned seconds) {
+    LogDispatch(3, LogMakeString("Triggered debug_orbhang.sh at %d seconds\n", static_cast<int>(seconds)), kSource);
+    try {
+        const std::string &root = Platform::environment().rootPrefix;
+        start(root + kLauncher, root + kScript);
+    } catch (const std::bad_alloc &) {
+        reportFailure(ENOMEM);
     }
 }
 

@@ -3,13 +3,43 @@
 #include "orb/REFLECT_orb.h"
 #include "rmi/StreamOperators.h"
 
+#include <cerrno>
 #include <cstdint>
-#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 
 int signedValue(NamespaceId ns) {
     return static_cast<int>(static_cast<unsigned>(ns));
+}
+
+/** A number as scanf() reads it where numbers have 32 bits: a larger one becomes the largest. */
+unsigned hexNumber(const char *text, char **end) {
+    const bool negative = text[std::strspn(text, " \t\n\v\f\r")] == '-';
+    errno = 0;
+    const unsigned long long value = std::strtoull(text, end, 16);
+    const unsigned long long magnitude = negative ? 0 - value : value;
+    constexpr unsigned kLargest = 0xFFFFFFFF;
+    return errno == ERANGE || magnitude > kLargest ? kLargest : static_cast<unsigned>(value & kLargest);
+}
+
+/** "rmi_", broker, "_", number; false for any other name. What follows does not count. */
+bool readGenerated(const char *name, unsigned &orb, unsigned &internalOid) {
+    constexpr char kPrefix[] = "rmi_";
+    constexpr std::size_t kLength = sizeof kPrefix - 1;
+    if (name == nullptr || std::strncmp(name, kPrefix, kLength) != 0) {
+        return false;
+    }
+    const char *const first = name + kLength;
+    char *end = nullptr;
+    orb = hexNumber(first, &end);
+    if (end == first || *end != '_') {
+        return false;
+    }
+    const char *const second = end + 1;
+    internalOid = hexNumber(second, &end);
+    return end != second;
 }
 
 } // namespace
@@ -44,10 +74,9 @@ TreflectORB::TreflectObjectLocation::TreflectObjectLocation(unsigned internalOid
     : internalOid_(internalOid), orbId_(orb), oid_(oid), server_(server) {}
 
 TreflectORB::TreflectObjectLocation::TreflectObjectLocation(const TipprmiOID &oid) : oid_(oid) {
-    const char *name = oid.getIdString();
     unsigned orb = 0;
     unsigned internalOid = 0;
-    if (name != nullptr && std::sscanf(name, "rmi_%X_%X", &orb, &internalOid) == 2) {
+    if (readGenerated(oid.getIdString(), orb, internalOid)) {
         orbId_ = TreflectOrbId(orb);
         internalOid_ = internalOid;
         oid_ = TipprmiOID(nullptr, orbId_.namespaceId());

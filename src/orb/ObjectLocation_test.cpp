@@ -62,7 +62,12 @@ TEST_F(ObjectLocationTest, AGeneratedNameIsABrokerAndANumber) {
     };
     // As scanf reads them: what follows two numbers does not count.
     for (const Case &good : {Case{"rmi_1A2B_10", 0x1A2B, 0x10}, Case{"rmi_1a2b_10xyz", 0x1A2B, 0x10},
-                             Case{"rmi_0x10_0x20", 0x10, 0x20}, Case{"rmi_ 1_ 2", 1, 2}}) {
+                             Case{"rmi_0x10_0x20", 0x10, 0x20}, Case{"rmi_ 1_ 2", 1, 2},
+                             // Numbers have 32 bits; larger ones are the largest.
+                             Case{"rmi_FFFFFFFE_FFFFFFFF", 0xFFFFFFFE, 0xFFFFFFFF},
+                             Case{"rmi_123456789_1FFFFFFFFFFFFFFFF", 0xFFFFFFFF, 0xFFFFFFFF},
+                             Case{"rmi_100000000_FFFFFFFFFFFFFFFE", 0xFFFFFFFF, 0xFFFFFFFF},
+                             Case{"rmi_-2_-100000000", 0xFFFFFFFE, 0xFFFFFFFF}, Case{"rmi_1_-FFFFFFFF", 1, 1}}) {
         const Location location(TipprmiOID(good.text, NamespaceId(7)));
         EXPECT_EQ(good.orb, location.orbId().value()) << good.text;
         EXPECT_EQ(good.number, location.getInternalOID()) << good.text;
@@ -70,7 +75,8 @@ TEST_F(ObjectLocationTest, AGeneratedNameIsABrokerAndANumber) {
         EXPECT_EQ(location.orbId().namespaceId(), location.getNamespaceId()) << "that of the broker";
         EXPECT_EQ(nullptr, location.getServer());
     }
-    for (const char *text : {"rmi_1A2B", "rmi_1A2B_", "rmi__1", "rmi_x_1", "RMI_1_1", " rmi_1_1", "x"}) {
+    for (const char *text :
+         {"rmi_", "rmi_1A2B", "rmi_1A2B_", "rmi_1A2B_-", "rmi_1 _1", "rmi__1", "rmi_x_1", "RMI_1_1", " rmi_1_1", "x"}) {
         const Location location(TipprmiOID(text, NamespaceId(7)));
         EXPECT_EQ(0U, location.orbId().value()) << text;
         EXPECT_EQ(0U, location.getInternalOID()) << text;
@@ -113,14 +119,17 @@ TEST_F(ObjectLocationTest, ReadingKeepsTheNamespaceAndForgetsTheObject) {
 TEST_F(ObjectLocationTest, WhereverAReferenceIsCutItIsNone) {
     TipprmiStream whole(100);
     whole << at(1, 5, 6, "name");
+    TipprmiObjectSkeleton object(TipprmiOID("before", NamespaceId(1)));
     for (int size = 0; size < whole.getDataSize(); ++size) {
         TipprmiStream cut(whole.getDataPtr(), size);
-        Location location = at(3, 1, 1, "before");
+        Location location(1, TreflectOrbId(1), &object, TipprmiOID("before", NamespaceId(3)));
         cut >> location;
         EXPECT_TRUE(cut.hasUnmarshallingFailed()) << size;
         EXPECT_FALSE(location.hasOID()) << size;
         EXPECT_EQ(0U, location.getInternalOID()) << size;
         EXPECT_EQ(0U, location.orbId().value()) << size;
+        EXPECT_EQ(nullptr, location.getServer()) << size;
+        EXPECT_EQ(3U, location.getNamespaceId()) << size;
     }
 }
 

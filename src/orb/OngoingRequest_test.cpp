@@ -2,6 +2,7 @@
 
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 
 #include <memory>
 
@@ -102,11 +103,24 @@ TEST_F(OngoingRequestTest, ANewRequestBeginsWithoutResponse) {
 
 TEST_F(OngoingRequestTest, NothingHandedOverWakesNobodyAndIsNoResponse) {
     own.setTransactionAndTerminationId(5, kTarget);
-    own.reset(message(5), 5U);
+    TreflectMessage *const first = message(5);
+    TreflectMessage copy(*first);
+    const auto isShared = [&copy] {
+        const Testing::HeapProbe heap;
+        copy.kind(TreflectMessage::kResp); // takes bytes of its own if others have them, too
+        return heap.allocations() != 0;
+    };
+    own.reset(first, 5U);
     own.reset(static_cast<TreflectMessage *>(nullptr), 5U); // takes the place of the one before
+    EXPECT_FALSE(isShared()) << "the one before is kept";
     TreflectMessage *const good = message(5);
-    own.reset(good, 5U);
-    EXPECT_EQ(good, response());
+    const TreflectMessage *found = nullptr;
+    {
+        Testing::TestThread waiter([&] { found = response(); });
+        own.reset(static_cast<TreflectMessage *>(nullptr), 5U);
+        own.reset(good, 5U);
+    }
+    EXPECT_EQ(good, found);
 }
 
 } // namespace

@@ -36,6 +36,9 @@ class TreflectServerObject;
  */
 class REFLECTORB_API TreflectORB : public Transport::TerminationImpl {
 public:
+    /** Transaction id of a request that waits for its response. */
+    using OngoingRequestId = unsigned;
+
     /** What is known of the observation of one class: the observers of this actor, its objects, and the other brokers
      *  that want to be told. Nothing is owned. */
     struct MetaData {
@@ -130,14 +133,18 @@ public:
 
     /**
      * Sends a method call to the broker `target` and, if it is two-way, waits for the response, which `response` then
-     * reads. False, with an exception container of type 1 in `response`, if there is none: no such broker, it went
-     * away, or it could not handle the call. The run permission is given up meanwhile. Blocks as long as the target
-     * lives and does not answer, at most for the wait duration; then the unit is reset.
+     * reads. False, with an exception container of type 1 appended to `response`, if there is none: no such broker, or
+     * it went away; with `response` as it was if all transaction ids are taken. A call that the target refuses is
+     * answered, too: true, and that container is the response. The run permission is given up meanwhile. Blocks as long
+     * as the target lives and does not answer, at most for the wait duration; then the unit is reset. A cancellation
+     * point. The transport's receiving thread never waits: true at once, without response.
      */
     virtual bool forwardMsg(const TreflectOrbId &target, bool twoWay, TipprmiStream &request, TipprmiStream &response);
     /** The same for a message that is complete but for its transaction id, kind and addresses. */
     bool forwardMsg_(Transport::TerminationId target, bool twoWay, TreflectMessage &request,
                      TipprmiStream &response) const;
+    /** Called while a request hangs. Before the wait duration is over: tells a target in another slot to reset its
+     * unit; true if that could be sent. After it: resets this unit, and does not return. */
     bool waitingTooLongFor(const Transport::TerminationId &target, TreflectMessage request, int minutes) const;
 
     /**
@@ -145,10 +152,14 @@ public:
      * other. Internal number 0: nowhere. Blocks as forwardMsg() does, once for each other broker.
      */
     virtual TreflectObjectLocation locateObject(const TipprmiOID &oid) const;
-    /** With the run permission, as unregisterObject(); always true. The object is told its number. */
+    /** With the run permission, as unregisterObject(); always true. The object is told its number, which is its
+     * address, so that a later object may have it again; 0, and it cannot be found, if memory is short. */
     virtual bool registerObject(TipprmiObjectSkeleton *object);
     virtual bool unregisterObject(const TipprmiObjectSkeleton *object);
-    /** Asks one broker; the number of the object there, 0 if it has none. */
+    /** Whether the object of this process that a location names is still registered as that. With the run permission,
+     *  which keeps it so. */
+    bool isHere(const TreflectObjectLocation &location) const;
+    /** Asks one broker; the number of the object there, 0 if it has none or does not answer. Blocks as forwardMsg(). */
     virtual unsigned resolve(const Transport::TerminationId &target, TipprmiOID oid) const;
 
     /**
@@ -294,8 +305,9 @@ private:
     // Requests.
     bool send(Transport::TerminationId target, bool twoWay, TreflectMessage &request, TipprmiStream &response) const;
     enum class Entry { refused, exhausted, notEntered, entered };
-    Entry enter(OngoingRequest &request, Transport::TerminationId target, bool twoWay, TreflectMessage &message,
-                unsigned &id) const;
+    Entry enter(OngoingRequest &request, Transport::TerminationId target, bool twoWay, OngoingRequestId &id) const;
+    bool issueAs(TreflectMessage &message, OngoingRequestId id, TreflectMessage::kind_t kind,
+                 Transport::TerminationId target) const;
     bool awaitResponse(OngoingRequest &own, Transport::TerminationId target, TreflectMessage &request,
                        TipprmiStream &response) const;
     void countRequest(Transport::TerminationId target, bool failed) const;
@@ -353,12 +365,15 @@ private:
     static void forget(const TreflectOrbObserverIf &observer);
 
     // Locations.
+    using Objects = std::map<unsigned, TipprmiObjectSkeleton *>;
+    Objects::iterator entryOf(const TipprmiObjectSkeleton *object) RB_REQUIRES(mutex_);
     TipprmiObjectSkeleton *findObject(unsigned internalOid) const;
     TreflectObjectLocation locateLocalObject_(const TipprmiOID &oid) const;
     TreflectObjectLocation locateRemoteObject_(const TipprmiOID &oid) const;
 
     mutable OSWrap::Mutex mutex_;
-    std::map<unsigned, TipprmiObjectSkeleton *> objects_ RB_GUARDED_BY(mutex_);
+    Objects objects_ RB_GUARDED_BY(mutex_);
+    bool displaced_ RB_GUARDED_BY(mutex_) = false; // an object once got another number than that of its address
     const std::unique_ptr<PendingRequests> ongoingRequests_ RB_PT_GUARDED_BY(mutex_);
     mutable TransactionIds transactionIds_ RB_GUARDED_BY(mutex_);
     mutable bool closing_ RB_GUARDED_BY(mutex_) = false; // no more requests
@@ -385,7 +400,8 @@ struct TipprmiLeastSize<TreflectORB::PerfCnts> {
     static constexpr unsigned value = 12;
 };
 
-/** The null location if the stream ends before it is complete. */
+/** The null location if the stream ends before it is complete. The namespace of the variable stays; the object itself
+ * is never known. */
 REFLECTORB_API TipprmiStream &operator>>(TipprmiStream &stream, TreflectORB::TreflectObjectLocation &location);
 
 /** Makes the broker of namespace 1 early, so that the first remote call does not have to wait for it. */

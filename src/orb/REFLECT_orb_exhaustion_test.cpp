@@ -76,6 +76,26 @@ protected:
         link.deliver(response.msg().addressed());
     }
 
+    /** What the broker tells of its requests to the peer. */
+    TreflectORB::PerfCnts counters() {
+        TipprmiStream question(orb.allocateRequest(20), true);
+        question.msg().type(Message::tPfCnt);
+        question.msg().originator() = kPeer;
+        question.msg().destination() = orb.termId();
+        link.deliver(question.msg().addressed());
+        const std::vector<AddressedMessage> issued = link.takeIssued(1);
+        TipprmiStream answer(issued.empty() ? Message() : Message(issued[0]), false);
+        std::string actor;
+        TipprmiSequence<TreflectORB::PerfCnts> all;
+        answer >> actor >> all;
+        EXPECT_FALSE(answer.hasUnmarshallingFailed());
+        TreflectORB::PerfCnts found;
+        for (unsigned i = 0; i < all.getLength(); ++i) {
+            found = all[i].target == kPeer ? all[i] : found;
+        }
+        return found;
+    }
+
     std::map<unsigned, AddressedMessage> requests; // by id
 };
 
@@ -93,6 +113,7 @@ TEST_F(ExhaustionTest, WithAllIdsPendingTheNextRequestFailsAndAllAreStillAnswere
                               return before.count(entry.first) == 0;
                           })->first;
 
+    const TreflectORB::PerfCnts counted = counters();
     const std::string line = LogMakeString("ORB could NOT generate unique request id 0x%08X", last);
     for (bool twoWay : {true, false}) {
         log.clear();
@@ -103,6 +124,8 @@ TEST_F(ExhaustionTest, WithAllIdsPendingTheNextRequestFailsAndAllAreStillAnswere
         EXPECT_EQ(1U, log.count(3, line, kSource));
     }
     EXPECT_TRUE(link.takeIssued().empty());
+    EXPECT_EQ(counted.requests + 2, counters().requests);
+    EXPECT_EQ(counted.failures + 2, counters().failures);
 
     // The one id that comes free is the next one's.
     const unsigned freed = std::next(requests.begin(), kIds / 2)->first;

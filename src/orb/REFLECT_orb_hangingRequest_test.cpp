@@ -3,6 +3,7 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 #include "support/ManualPeer.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
@@ -55,6 +56,21 @@ TEST_F(HangingRequestTest, AUnitThatCannotBeAskedIsReported) {
     const TreflectMessage request(&orb, 1, 100);
     EXPECT_FALSE(orb.waitingTooLongFor(kNobody, request, 5));
     EXPECT_EQ(1U, log.count(3, told(5, kNobody, "failed"), kSource));
+}
+
+/** Sent as it is it would be the request once more. */
+TEST_F(HangingRequestTest, WithoutMemoryForTheHeadNothingIsSent) {
+    link.peerAppears(kPeer);
+    TreflectMessage request(&orb, 1, 100);
+    request.kind(Message::kRequ);
+    bool asked = true;
+    {
+        const Testing::FailingHeap none;
+        asked = orb.waitingTooLongFor(kPeer, request, 5);
+    }
+    EXPECT_FALSE(asked);
+    EXPECT_TRUE(link.takeIssued().empty());
+    EXPECT_EQ(1U, log.count(3, told(5, kPeer, "failed"), kSource));
 }
 
 TEST_F(HangingRequestTest, TheOwnUnitIsNotAsked) {

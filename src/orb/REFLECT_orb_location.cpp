@@ -18,6 +18,8 @@ namespace {
 constexpr unsigned kRequestSize = 100;
 constexpr unsigned kResponseSize = 104;
 constexpr unsigned kNoAnswer = 0x660006;
+constexpr unsigned kPiece = 64; // objects looked at while others wait for the mutex
+constexpr char kSource[] = "REFLECT_orb";
 
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
@@ -32,34 +34,44 @@ bool TreflectORB::registerObject(TipprmiObjectSkeleton *object) {
     if (object == nullptr) {
         return true;
     }
-    unsigned id = object->getInternalOID();
+    unsigned id = 0;
     try {
         Locked lock(mutex_);
-        const auto known = objects_.find(id);
-        if (known == objects_.end() || known->second != object) {
+        const auto known = entryOf(object);
+        if (known != objects_.end()) {
+            id = known->first;
+        } else {
             id = addressOf(object);
-            while (id == 0 || objects_.emplace(id, object).first->second != object) {
+            while (id == 0 || !objects_.try_emplace(id, object).second) {
                 ++id;
+                displaced_ = true;
             }
         }
-    } catch (const std::exception &) { // not registered: number 0
+    } catch (const std::exception &) {
         id = 0;
+    }
+    if (id == 0) {
+        LogDispatch(3, LogMakeString("ORB 0x%08X has no memory to register an object", termId().value()), kSource);
     }
     object->setInternalOID(id);
     return true;
 }
 
+/** By the address alone: the object may be gone. */
+TreflectORB::Objects::iterator TreflectORB::entryOf(const TipprmiObjectSkeleton *object) {
+    const auto entry = objects_.find(addressOf(object));
+    if (entry != objects_.end() && entry->second == object) {
+        return entry;
+    }
+    // Nearly never: only where addresses have more bits than numbers, and two objects have met.
+    return !displaced_ ? objects_.end() : std::find_if(objects_.begin(), objects_.end(), [object](const auto &other) {
+        return other.second == object;
+    });
+}
+
 bool TreflectORB::unregisterObject(const TipprmiObjectSkeleton *object) {
-    if (object == nullptr) {
-        return true;
-    }
-    const unsigned number = object->getInternalOID();
     Locked lock(mutex_);
-    auto entry = objects_.find(number);
-    if (entry == objects_.end() || entry->second != object) { // somebody has changed its number
-        entry =
-            std::find_if(objects_.begin(), objects_.end(), [object](auto &other) { return other.second == object; });
-    }
+    const auto entry = entryOf(object);
     if (entry != objects_.end()) {
         objects_.erase(entry);
     }
@@ -73,6 +85,9 @@ TipprmiObjectSkeleton *TreflectORB::findObject(unsigned internalOid) const {
 }
 
 TreflectORB::TreflectObjectLocation TreflectORB::locateObject(const TipprmiOID &oid) const {
+    if (SingletonInstances::inForkedChild()) {
+        return TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid);
+    }
     const Counted inside(callers_);
     if (oid.getNamespaceId() != orbId_.namespaceId()) {
         const SingletonInstances::Pin other(oid.getNamespaceId());
@@ -91,15 +106,28 @@ TreflectORB::TreflectObjectLocation TreflectORB::locateObject(const TipprmiOID &
     return location.internalOid_ != 0 ? location : locateRemoteObject_(oid);
 }
 
+/** The table changes with the run permission only, so it may be walked in pieces. */
 TreflectORB::TreflectObjectLocation TreflectORB::locateLocalObject_(const TipprmiOID &oid) const {
     TreflectHandlerState state(true);
-    Locked lock(mutex_);
-    for (const auto &[id, object] : objects_) {
-        if (object->storedOID() == oid) {
-            return TreflectObjectLocation(id, orbId_, object, oid);
+    unsigned last = 0; // which is no object's number
+    for (bool more = true; more;) {
+        Locked lock(mutex_);
+        auto entry = objects_.upper_bound(last);
+        for (unsigned i = 0; i < kPiece && entry != objects_.end(); ++i, ++entry) {
+            if (entry->second->storedOID() == oid) {
+                return TreflectObjectLocation(entry->first, orbId_, entry->second, oid);
+            }
+            last = entry->first;
         }
+        more = entry != objects_.end();
     }
     return TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid);
+}
+
+bool TreflectORB::isHere(const TreflectObjectLocation &location) const {
+    const TipprmiObjectSkeleton *const object = findObject(location.internalOid_);
+    return object != nullptr && object == location.server_ &&
+           (!location.hasOID() || object->storedOID() == location.oid_);
 }
 
 TreflectORB::TreflectObjectLocation TreflectORB::locateRemoteObject_(const TipprmiOID &oid) const {
@@ -137,7 +165,7 @@ std::list<Transport::TerminationId> TreflectORB::members() const noexcept {
     try {
         return Transport::TransportLayer::getGroup(termId().groupId()).contains();
     } catch (const std::bad_alloc &) {
-        LogDispatch(3, "ORB has no memory for the members of its group", "REFLECT_orb");
+        LogDispatch(3, "ORB has no memory for the members of its group", kSource);
         return {};
     }
 }

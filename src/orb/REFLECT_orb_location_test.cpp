@@ -5,6 +5,7 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 #include "support/ManualPeer.h"
 #include "threads/HandlerState.h"
 
@@ -124,6 +125,7 @@ TEST_F(LocationTest, TheBrokerDoesNotAskItself) {
     std::string actor;
     TipprmiSequence<TreflectORB::PerfCnts> counters;
     answer >> actor >> counters;
+    EXPECT_FALSE(answer.hasUnmarshallingFailed());
     for (unsigned i = 0; i < counters.getLength(); ++i) {
         EXPECT_NE(orb.termId(), counters[i].target);
     }
@@ -189,6 +191,54 @@ TEST_F(LocationTest, AnObjectWhoseNumberWasChangedIsFoundAllTheSameWhenItGoes) {
     EXPECT_TRUE(isNowhere(orb.locateObject(name("thing"))));
 }
 
+TEST_F(LocationTest, WithoutMemoryARegisteredObjectKeepsItsNumberAndAnotherGetsNone) {
+    TipprmiObjectSkeleton object(name("thing"));
+    TipprmiObjectSkeleton other(name("other"));
+    const unsigned number = object.getInternalOID();
+    object.setInternalOID(7);
+    orb.unregisterObject(&other);
+    {
+        const Testing::FailingHeap none(0, Testing::FailingHeap::Calls::all);
+        EXPECT_TRUE(orb.registerObject(&object));
+        EXPECT_TRUE(orb.registerObject(&other));
+    }
+    EXPECT_EQ(number, object.getInternalOID());
+    EXPECT_EQ(&object, orb.locateObject(name("thing")).getServer());
+    EXPECT_EQ(0U, other.getInternalOID());
+    EXPECT_TRUE(isNowhere(orb.locateObject(name("other"))));
+}
+
+TEST_F(LocationTest, AnObjectThatIsGoneAlreadyCanBeTakenOut) {
+    class NotAsked : public TipprmiObjectSkeleton {
+    public:
+        using TipprmiObjectSkeleton::TipprmiObjectSkeleton;
+        unsigned getInternalOID() const override {
+            asked = true;
+            return TipprmiObjectSkeleton::getInternalOID();
+        }
+        mutable bool asked = false;
+    } object(name("thing"));
+    object.asked = false;
+    EXPECT_TRUE(orb.unregisterObject(&object));
+    EXPECT_TRUE(orb.unregisterObject(&object));
+    EXPECT_FALSE(object.asked);
+    EXPECT_TRUE(isNowhere(orb.locateObject(name("thing"))));
+}
+
+TEST_F(LocationTest, TheFirstOfManyObjectsIsFoundWhereverItIs) {
+    std::vector<std::unique_ptr<TipprmiObjectSkeleton>> objects;
+    for (unsigned i = 0; i < 200; ++i) {
+        objects.push_back(std::make_unique<TipprmiObjectSkeleton>(name(LogMakeString("%u", i % 100).c_str())));
+    }
+    for (unsigned i = 0; i < 100; ++i) {
+        const TipprmiObjectSkeleton *const first = objects[i]->getInternalOID() < objects[i + 100]->getInternalOID()
+                                                       ? objects[i].get()
+                                                       : objects[i + 100].get();
+        EXPECT_EQ(first, orb.locateObject(name(LogMakeString("%u", i).c_str())).getServer());
+    }
+    EXPECT_TRUE(isNowhere(orb.locateObject(name("100"))));
+}
+
 #if UINTPTR_MAX > 0xFFFFFFFFU
 /** Where addresses have more than 32 bits, two objects can have the same low ones, or none. */
 TEST_F(LocationTest, NumbersAreNotGivenTwiceAndNeverZero) {
@@ -212,6 +262,7 @@ TEST_F(LocationTest, NumbersAreNotGivenTwiceAndNeverZero) {
     orb.registerObject(objects[0]);
     EXPECT_EQ(1U, objects[0]->getInternalOID());
     for (TipprmiObjectSkeleton *object : objects) {
+        object->setInternalOID(7);
         object->~TipprmiObjectSkeleton();
     }
     EXPECT_TRUE(isNowhere(orb.locateObject(name("one"))));

@@ -3,6 +3,7 @@
 #include "orb/OngoingRequest_p.h"
 #include "orb/PendingRequests_p.h"
 #include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
 #include "platform/Cancellation.h"
 #include "platform/Lock.h"
 #include "platform/Log.h"
@@ -10,6 +11,7 @@
 #include "platform/TransportLayer.h"
 #include "threads/HandlerState.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace {
@@ -38,7 +40,7 @@ const char *text(bool value) {
  */
 class TreflectORB::forwardMsgCleanup {
 public:
-    forwardMsgCleanup(const unsigned &id, const Entry &entry, bool twoWay, TreflectMessage &message,
+    forwardMsgCleanup(const OngoingRequestId &id, const Entry &entry, bool twoWay, TreflectMessage &message,
                       OngoingRequest &own, const TreflectORB &orb)
         : id_(id), entry_(entry), twoWay_(twoWay), message_(message), own_(own), orb_(orb) {}
     ~forwardMsgCleanup() {
@@ -58,7 +60,7 @@ private:
         return orb_.ongoingRequests_->takeBack(id_, own_);
     }
 
-    const unsigned &id_;
+    const OngoingRequestId &id_;
     const Entry &entry_;
     const bool twoWay_;
     TreflectMessage &message_;
@@ -68,7 +70,8 @@ private:
 
 bool TreflectORB::forwardMsg(const TreflectOrbId &target, bool twoWay, TipprmiStream &request,
                              TipprmiStream &response) {
-    if (request.getDataSize() < kCallHead) {
+    // A stream made of foreign bytes may claim more than it has.
+    if (std::min(request.getDataSize(), request.getDataLimit()) < kCallHead) {
         LogDispatch(3,
                     LogMakeString("ORB 0x%08X forwardMsg message too short (iptr_=%d,size=%d)", termId().value(),
                                   request.getDataSize(), request.getDataLimit()),
@@ -78,8 +81,23 @@ bool TreflectORB::forwardMsg(const TreflectOrbId &target, bool twoWay, TipprmiSt
     return forwardMsg_(convertId(target), twoWay, request.msg(), response);
 }
 
+/** Not if the head cannot be written: without memory a message whose bytes are shared keeps its old one, and the target
+ *  would take it for that request. */
+bool TreflectORB::issueAs(TreflectMessage &message, OngoingRequestId id, TreflectMessage::kind_t kind,
+                          TerminationId target) const {
+    message.transactionId(id);
+    message.kind(kind);
+    message.originator() = termId();
+    message.destination() = target;
+    return message.transactionId() == id && message.kind() == kind && issueTo(target, message);
+}
+
 bool TreflectORB::forwardMsg_(TerminationId target, bool twoWay, TreflectMessage &request,
                               TipprmiStream &response) const {
+    if (SingletonInstances::inForkedChild()) { // where nobody would ever answer, or give a lock back
+        writeCallFailure(response);
+        return false;
+    }
     OSWrap::DeferredCancelTypeGuard deferred;
     const Counted inside(callers_);
     countRequest(target, false);
@@ -106,23 +124,18 @@ bool TreflectORB::send(TerminationId target, bool twoWay, TreflectMessage &reque
         writeCallFailure(response);
         return false;
     }
-    unsigned id = 0;
+    OngoingRequestId id = 0;
     Entry entry = Entry::refused;
     forwardMsgCleanup cleanup(id, entry, twoWay, request, *own, *this);
     bool issued = false;
     {
         OSWrap::DisableCancelStateGuard uncancelled;
-        entry = enter(*own, target, twoWay, request, id);
-        if (entry == Entry::refused) {
-            writeCallFailure(response);
-        }
-        if (entry == Entry::refused || entry == Entry::exhausted) {
+        entry = enter(*own, target, twoWay, id);
+        if (entry == Entry::exhausted) {
             return false;
         }
-        request.kind(twoWay ? TreflectMessage::kRequ : TreflectMessage::kMsg);
-        request.originator() = termId();
-        request.destination() = target;
-        issued = issueTo(target, request);
+        issued = entry != Entry::refused &&
+                 issueAs(request, id, twoWay ? TreflectMessage::kRequ : TreflectMessage::kMsg, target);
     }
     if (!issued) {
         LogDispatch(3,
@@ -140,21 +153,20 @@ bool TreflectORB::send(TerminationId target, bool twoWay, TreflectMessage &reque
 }
 
 /** Finds a free id, and enters the request under it, unless it is one that gets no response. */
-TreflectORB::Entry TreflectORB::enter(OngoingRequest &own, TerminationId target, bool twoWay, TreflectMessage &message,
-                                      unsigned &id) const {
+TreflectORB::Entry TreflectORB::enter(OngoingRequest &own, TerminationId target, bool twoWay,
+                                      OngoingRequestId &id) const {
     const unsigned long receiver = receivingThreadId();
     const bool receiving = receiver == OSWrap::Thread::getCurrentId();
     bool found = false;
     bool closing = false;
-    unsigned last = 0;
+    OngoingRequestId last = 0;
     {
         Locked lock(mutex_);
         closing = closing_;
         found = transactionIds_.next(
-            [this](unsigned taken) RB_NO_ANALYSIS { return ongoingRequests_->contains(taken); }, id);
+            [this](OngoingRequestId taken) RB_NO_ANALYSIS { return ongoingRequests_->contains(taken); }, id);
         last = transactionIds_.last();
         if (found && !closing) {
-            message.transactionId(id);
             // Before it is in the table: there it must not be taken for the thread's request before this one.
             own.setTransactionAndTerminationId(id, target);
             if (twoWay && !receiving) {
@@ -206,11 +218,7 @@ bool TreflectORB::waitingTooLongFor(const TerminationId &target, TreflectMessage
     bool issued = false;
     const auto limit = static_cast<int>(waitDuration_);
     if (minutes < limit && target.slot() != termId().slot()) {
-        request.transactionId(OSWrap::UniqueIdGen::instance()->getId());
-        request.kind(TreflectMessage::kReFai);
-        request.originator() = termId();
-        request.destination() = target;
-        issued = issueTo(target, request);
+        issued = issueAs(request, OSWrap::UniqueIdGen::instance()->getId(), TreflectMessage::kReFai, target);
         LogDispatch(3,
                     LogMakeString("ORB Ox%08X waits now %d minutes for 0x%08X, sending response failure message %s",
                                   termId().value(), minutes, target.value(), issued ? "succeeded" : "failed"),
@@ -233,7 +241,7 @@ void TreflectORB::endPendingRequests() {
     }
     for (;;) {
         OngoingRequest *own = nullptr;
-        unsigned id = 0;
+        OngoingRequestId id = 0;
         {
             Locked lock(mutex_);
             own = ongoingRequests_->takeAny(id);

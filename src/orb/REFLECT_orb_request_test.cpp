@@ -1,55 +1,26 @@
-#include "orb/OngoingRequest_p.h"
 #include "orb/REFLECT_orb.h"
 
 #include "rmi/IPPRMI_exception.h"
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
+#include "support/Call.h"
 #include "support/Concurrency.h"
 #include "support/HeapProbe.h"
-#include "support/Scenario.h"
-#include "support/TempDir.h"
 #include "threads/HandlerState.h"
 
-#include <atomic>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <set>
 
 namespace {
 
 using Message = TreflectMessage;
+using Testing::Call;
 using Transport::AddressedMessage;
-using Transport::FakeLink;
 using Transport::TerminationId;
 
 constexpr char kSource[] = "REFLECT_orb";
 constexpr TerminationId kPeer(0x0042, 2, 1);
 constexpr TerminationId kOther(0x0043, 2, 1);
-
-/** A thread that makes one two-way request, and what came of it. */
-struct Call {
-    Call(TreflectORB &orb, TerminationId target, bool twoWay = true)
-        : thread([this, &orb, target, twoWay] {
-              TipprmiStream request(orb.allocateRequest(100), true);
-              request << 1U << twoWay << 2U << 3U;
-              request.msg().type(Message::tPayld);
-              result = orb.forwardMsg_(target, twoWay, request.msg(), response) ? 1 : 0;
-              done = true;
-          }) {}
-    /** When the call has ended. */
-    std::string answer() {
-        thread.join();
-        return Testing::hex(response);
-    }
-
-    TipprmiStream response{100};
-    int result = -1;
-    std::atomic<bool> done{false};
-    Testing::TestThread thread;
-};
 
 constexpr char kFailure[] = "00 00 00 01 00 00 00 04 00 00 00 00";
 
@@ -74,6 +45,13 @@ protected:
         message.originator() = request.destination();
         message.destination() = request.originator();
         link.deliver(message);
+    }
+    static unsigned idAfter(const AddressedMessage &request) {
+        return TreflectMessage(request).transactionId() + (1U << 20);
+    }
+    std::string notFound(TerminationId target, unsigned id) const {
+        return LogMakeString("ORB 0x%08X could not find destination termId=0x%08X for transactionId %X",
+                             orb.termId().value(), target.value(), id);
     }
     std::string aborted(bool disconnected, bool gone) const {
         return LogMakeString("ORB 0x%08X request to target 0x%08X aborted (Detection Rem.Disc.=%s, TargetGone=%s)",
@@ -163,12 +141,50 @@ TEST_F(RequestTest, WithoutMemoryToMarkAReturnedRequestTheCallFails) {
 
 TEST_F(RequestTest, ToNobodyFailsAtOnce) {
     for (bool twoWay : {true, false}) {
+        Call(orb, kPeer, false).answer();
+        const unsigned next = idAfter(nextRequest());
         log.clear();
         Call call(orb, TerminationId(0x0099, 1, 1), twoWay);
         EXPECT_EQ(kFailure, call.answer());
         EXPECT_EQ(0, call.result);
-        EXPECT_EQ(1U, log.with("could not find destination termId=0x00990101 for transactionId ").size());
+        EXPECT_EQ(1U, log.count(3, notFound(TerminationId(0x0099, 1, 1), next), kSource));
+        EXPECT_EQ(1U, log.lines().size());
     }
+}
+
+/** One message goes to many targets, and those before may still be sending it. */
+TEST_F(RequestTest, WithoutMemoryForAHeadOfItsOwnARequestIsNotSent) {
+    TipprmiStream request(orb.allocateRequest(100), true);
+    request << 1U;
+    TipprmiStream response(100);
+    EXPECT_TRUE(orb.forwardMsg_(kPeer, false, request.msg(), response));
+    AddressedMessage sent = nextRequest();
+    for (bool twoWay : {true, false}) {
+        log.clear();
+        unsigned id = 0;
+        bool result = true;
+        Testing::TestThread([&] {
+            TipprmiStream other(orb.allocateRequest(100), true);
+            orb.forwardMsg_(kOther, false, other.msg(), response); // what a thread's first request needs
+            response << 0U;
+            response.clear();
+            id = idAfter(nextRequest());
+            const Testing::FailingHeap none;
+            result = orb.forwardMsg_(kPeer, twoWay, request.msg(), response);
+        }).join();
+        EXPECT_FALSE(result);
+        unsigned exception = 0;
+        response >> exception;
+        EXPECT_EQ(1U, exception);
+        EXPECT_TRUE(link.takeIssued().empty());
+        EXPECT_EQ(1U, log.count(3, notFound(kPeer, id), kSource));
+        EXPECT_TRUE(orb.forwardMsg_(kPeer, false, request.msg(), response));
+        sent = nextRequest();
+        EXPECT_EQ(id + (1U << 20), TreflectMessage(sent).transactionId());
+    }
+    Call next(orb, kPeer);
+    respond(nextRequest(), 4);
+    EXPECT_EQ("00 00 00 04", next.answer());
 }
 
 TEST_F(RequestTest, OneWayDoesNotWaitAndLeavesNothingBehind) {
@@ -278,102 +294,74 @@ TEST_F(RequestTest, AShortCallIsReportedAndSent) {
         log.count(3, LogMakeString("ORB 0x%08X forwardMsg message too short (iptr_=15,size=96)", orb.termId().value()),
                   kSource));
     EXPECT_EQ(Message::tPayld, TreflectMessage(nextRequest()).type());
+    log.clear();
+    request.marshall(body, 1); // 16
+    EXPECT_TRUE(orb.forwardMsg(orb.convertId(kPeer), false, request, response));
+    EXPECT_TRUE(log.lines().empty());
+
+    TreflectMessage claiming = orb.allocateRequest(8);
+    claiming.buf()[2] = 1; // 256 bytes, says the size
+    TipprmiStream foreign(claiming, false);
+    EXPECT_TRUE(orb.forwardMsg(orb.convertId(kPeer), false, foreign, response));
+    EXPECT_EQ(1U, log.with(" forwardMsg message too short (iptr_=256,size=").size());
 }
 
-// --- hanging requests, in a process of their own with a fast clock ---------------------------------------------------
+TEST_F(RequestTest, AResponseToWhatHasFailedIsDropped) {
+    Call call(orb, kPeer);
+    const AddressedMessage request = nextRequest();
+    link.peerVanishes(kPeer);
+    EXPECT_EQ(kFailure, call.answer());
+    link.peerAppears(kPeer);
+    log.clear();
+    respond(request, 1);
+    EXPECT_EQ(1U,
+              log.count(3,
+                        LogMakeString("ORB 0x%08X receives unexpected response (org=0x%08X, TransactionId=%X)",
+                                      orb.termId().value(), kPeer.value(), TreflectMessage(request).transactionId()),
+                        kSource));
+    EXPECT_EQ(kFailure, Testing::hex(call.response));
+}
 
-/** Makes a request that is never answered, and prints the lines of the broker with their levels. */
-void hang(TerminationId target) {
-    FakeLink &link = FakeLink::install();
-    Log::setSink([](int level, const std::string &line, const char *source) {
-        if (std::string(source) == kSource && level <= 4) {
-            std::printf("%d %s\n", level, line.c_str());
-            std::fflush(stdout);
+/** Whoever comes first: the call ends with its result or cancelled, and its id is free again. */
+TEST_F(RequestTest, AResponseMayRaceWithTheCancellationOfItsCaller) {
+    log.clear();
+    unsigned cancelled = 0;
+    for (unsigned round = 0; round < 200; ++round) {
+        Call call(orb, kPeer);
+        const AddressedMessage request = nextRequest();
+        {
+            Testing::Gate start;
+            Testing::TestThread responder([&] {
+                start.pass();
+                respond(request, round);
+            });
+            start.open();
+            if (round % 2 != 0) { // gives the response a little more time
+                Testing::TestThread([] {}).join();
+            }
+            call.thread.stop();
         }
-    });
-    TreflectORB &orb = *TreflectORB::getInstance(1);
-    link.peerAppears(target);
-    Call call(orb, target);
-    call.answer();
-}
-
-SCENARIO(hangInAnotherSlot) {
-    hang(kPeer);
-}
-SCENARIO(hangInTheOwnSlot) {
-    hang(TerminationId(0x0042, 1, 1));
-}
-
-std::size_t occurrences(const std::string &text, const std::string &what) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-        ++count;
+        ASSERT_TRUE(call.thread.join());
+        ASSERT_EQ(call.done, call.result == 1) << round;
+        if (call.done) {
+            unsigned number = ~0U;
+            call.response >> number;
+            ASSERT_EQ(round, number);
+        } else {
+            ++cancelled;
+        }
     }
-    return count;
-}
-
-class HangTest : public testing::Test {
-protected:
-    void SetUp() override {
-        std::filesystem::create_directories(root_.path() + "/ffs/run/logs");
-        std::filesystem::create_directories(root_.path() + "/opt/zef/bin");
-        // The launcher notes what it was started with.
-        const std::string launcher = root_.path() + "/opt/zef/bin/llpd";
-        std::ofstream(launcher) << "#!/bin/sh\necho \"started $1\" >>" << root_.path() << "/started\n";
-        std::filesystem::permissions(launcher, std::filesystem::perms::owner_all);
+    EXPECT_LE(log.with("receives unexpected response").size(), cancelled);
+    std::set<unsigned> ids;
+    TipprmiStream response(100);
+    for (unsigned i = 0; i < 4096; ++i) {
+        TipprmiStream request(orb.allocateRequest(100), true);
+        ASSERT_TRUE(orb.forwardMsg_(kPeer, false, request.msg(), response));
+        for (const AddressedMessage &message : link.takeIssued()) {
+            ids.insert(TreflectMessage(message).transactionId());
+        }
     }
-    Testing::ProcessResult run(const char *scenario, const char *minutes) {
-        std::ofstream(root_.path() + "/ffs/run/logs/orbWaitDuration") << minutes << "\n";
-        return Testing::runScenario(
-            scenario, {"REFLECTORB_TIME_SCALE=200", "REFLECTORB_SLOT=1", "REFLECTORB_ROOT=" + root_.path()});
-    }
-
-    const Testing::TempDir root_;
-};
-
-TEST_F(HangTest, InAnotherSlotItIsToldTwiceAndThenTheUnitIsReset) {
-    const Testing::ProcessResult result = run("hangInAnotherSlot", "10");
-    EXPECT_EQ(SIGABRT, result.signal) << result.output;
-    for (int seconds = 30; seconds <= 600; seconds += 30) {
-        EXPECT_EQ(1U, occurrences(result.output,
-                                  LogMakeString(" waits now %3d seconds for response from 0x00420201\n", seconds)))
-            << seconds;
-    }
-    EXPECT_EQ(2U, occurrences(result.output, " waits now 5 minutes for 0x00420201, sending response failure message "
-                                             "succeeded\n"));
-    EXPECT_EQ(1U, occurrences(result.output, "3 Triggered debug_orbhang.sh at 210 seconds\n\n"));
-    EXPECT_EQ(1U, occurrences(result.output, "0 ORB Ox"));
-    EXPECT_EQ(1U, occurrences(result.output, " waits now 10 minutes for 0x00420201\n"));
-    EXPECT_EQ(1U, occurrences(result.output, " failed to reset unit, EXIT ACTOR\n"));
-}
-
-TEST_F(HangTest, InTheOwnSlotItIsNotTold) {
-    const Testing::ProcessResult result = run("hangInTheOwnSlot", "15");
-    EXPECT_EQ(SIGABRT, result.signal) << result.output;
-    EXPECT_EQ(0U, occurrences(result.output, "sending response failure message"));
-    EXPECT_EQ(1U, occurrences(result.output, " waits now 900 seconds for response"));
-    EXPECT_EQ(1U, occurrences(result.output, " waits now 15 minutes for 0x00420101\n"));
-}
-
-TEST_F(HangTest, TheScriptIsReallyStarted) {
-    run("hangInTheOwnSlot", "10");
-    const auto started = [this] {
-        std::ifstream file(root_.path() + "/started");
-        std::string line;
-        std::getline(file, line);
-        return line;
-    };
-    EXPECT_TRUE(Testing::eventually([&] { return !started().empty(); }));
-    EXPECT_EQ("started " + root_.path() + "/opt/zef/bin/debug_orbhang.sh", started());
-}
-
-TEST_F(HangTest, AMissingLauncherLeavesOneProcess) {
-    std::filesystem::remove(root_.path() + "/opt/zef/bin/llpd");
-    const Testing::ProcessResult result = run("hangInTheOwnSlot", "10");
-    // A second copy of the actor would log each step once more.
-    EXPECT_EQ(1U, occurrences(result.output, " waits now 300 seconds"));
-    EXPECT_EQ(1U, occurrences(result.output, " waits now 600 seconds"));
-    EXPECT_EQ(SIGABRT, result.signal);
+    EXPECT_EQ(4096U, ids.size());
 }
 
 } // namespace

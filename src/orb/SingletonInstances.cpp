@@ -29,13 +29,6 @@ union ImmortalMutex {
 };
 ImmortalMutex singletonLock;
 
-void reportForkedChild() {
-    static std::atomic<bool> reported{false};
-    if (!reported.exchange(true)) {
-        LogDispatch(3, "ORB is not available in a child of fork() before it has called exec", "REFLECT_orb");
-    }
-}
-
 } // namespace
 
 OSWrap::Mutex &SingletonInstances::lock_ = singletonLock.mutex;
@@ -49,14 +42,24 @@ TreflectORB *SingletonInstances::get(NamespaceId ns) {
     if (ns >= kNamespaces) {
         return nullptr;
     }
-    if (Platform::inForkedChild()) {
-        reportForkedChild();
+    if (inForkedChild()) {
         return nullptr;
     }
     if (TreflectORB *orb = slots_[ns].orb.load(std::memory_order_acquire)) {
         return orb;
     }
     return create(ns);
+}
+
+bool SingletonInstances::inForkedChild() {
+    static std::atomic<bool> reported{false};
+    if (!Platform::inForkedChild()) {
+        return false;
+    }
+    if (!reported.exchange(true)) {
+        LogDispatch(3, "ORB is not available in a child of fork() before it has called exec", "REFLECT_orb");
+    }
+    return true;
 }
 
 bool SingletonInstances::holds(const TreflectORB *orb) noexcept {

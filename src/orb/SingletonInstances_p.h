@@ -22,6 +22,9 @@ public:
     /** Whether this is one of the brokers, which it is no more once it was removed. */
     static bool holds(const TreflectORB *orb) noexcept;
 
+    /** Whether this is a child of fork(), where nothing works; says so in the log, once. */
+    static bool inForkedChild();
+
     /** Calls `act(orb)` for each broker that there is; none of them is destroyed meanwhile. `act` must not wait. */
     template <class Act>
     static void forEach(const Act &act) {
