@@ -24,6 +24,7 @@ public:
     virtual void evaluateResponse(TipprmiStream &response) const;
 };
 
+/** Writes the arguments of a call to another actor. */
 class InParamHook {
 public:
     virtual void marshallIn(TipprmiStream &request) const = 0;
@@ -32,6 +33,8 @@ protected:
     ~InParamHook() = default;
 };
 
+/** Reads the out parameters, which follow the result: after ClientCallHookBaseV::evaluateResponse(), also of one-way
+ *  calls, whose response is empty, and of failed ones, whose response gives zeros. */
 class OutParamHook {
 public:
     virtual void unmarshallOut(TipprmiStream &response) const = 0;

@@ -137,12 +137,17 @@ TEST_F(CallHelperTest, AOneWayCallDoesNotWait) {
         void invoke() const override {}
         void insertParameters(TipprmiSequence<TipprmiAny> &) const override {}
         const char *operationName() const override { return "blink"; }
-        void marshallIn(TipprmiStream &) const override {}
-        void unmarshallOut(TipprmiStream &) const override {}
+        void marshallIn(TipprmiStream &) const override { steps += "in "; }
+        void evaluateResponse(TipprmiStream &response) const override {
+            steps += response.empty() ? "evaluate " : "response? ";
+        }
+        void unmarshallOut(TipprmiStream &) const override { steps += "out "; }
+        mutable std::string steps;
     } blink;
     const TipprmiObjectClient client = remote(); // which never answers
     ClientCallHelper(blink, blink, blink, stubOf(client), nullptr, kClass, kMethod, false);
     EXPECT_EQ("00 00 00 30 00 00 00 00 5A 3C 10 F1 00 00 00 07", peer.lastRequest());
+    EXPECT_EQ("in evaluate out ", blink.steps);
     EXPECT_TRUE(log.with("Unmarshall error").empty());
 }
 

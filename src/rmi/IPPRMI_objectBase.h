@@ -18,16 +18,21 @@ public:
     /** Number of the object in its broker, 0 if it is in none. */
     virtual unsigned getInternalOID() const;
     virtual NamespaceId getNamespaceId() const;
+    /** The broker that the object is registered with; 0 if none. */
     virtual TreflectOrbId orbId() const = 0;
     /** Runs a method: arguments from `request`, exception container and results to `response`. False: not handled. */
     virtual bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response);
     virtual bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                           TipprmiStream &response) const;
+    /** The container belongs to the object, not to a call: every answer begins with it until another one is set. With
+     *  one of type 1 callers read all answers as failures. With the run permission. Handles have none. */
     virtual void setExceptionContainer(const TipprmiExceptionContainer &container) const;
     virtual TipprmiExceptionContainer getExceptionContainer() const;
     virtual bool hasOID() const;
 
+    /** Under this name the object is found from now on. Handles that were made before keep what they know. */
     void setOID(const TipprmiOID &oid) { oid_ = oid; }
+    /** For the broker. */
     void setInternalOID(const unsigned &internalOID) { internalOID_ = internalOID; }
     /** The name as it is, which may be none. */
     const TipprmiOID &storedOID() const noexcept { return oid_; }

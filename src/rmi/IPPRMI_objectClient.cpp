@@ -113,8 +113,9 @@ TipprmiStream &operator<<(TipprmiStream &stream, const TipprmiObjectClient &clie
 TipprmiStream &operator>>(TipprmiStream &stream, TipprmiObjectClient &client) {
     TreflectORB::TreflectObjectLocation location(nobody());
     stream >> location;
+    TreflectObjectStub *const stub = adopt(location); // which may block: others may give the handle another one
     TreflectObjectStub *const old = client.getStub_();
-    client.setStub_(adopt(location));
+    client.setStub_(stub);
     if (old != nullptr) {
         TreflectObjectHandler::getInstance()->releaseStub(old);
     }

@@ -11,8 +11,11 @@ class TreflectObjectStub;
 
 /**
  * Handle of an object that lives here or in another actor; a value. All handles of an object share one stub. Calls need
- * the run permission; making a handle by name looks the object up, which may block for one request to each other
- * broker.
+ * the run permission; handles may be made, copied and destroyed without it.
+ *
+ * Making a handle by name looks the object up, which may block: one request to each other broker, two for a name that
+ * nobody knows. A handle that found nothing looks again, for one request each, whenever it is copied, assigned or
+ * called. Who has the run permission gives it up meanwhile.
  */
 class REFLECTORB_API TipprmiObjectClient {
 public:
@@ -26,10 +29,16 @@ public:
     TipprmiObjectClient &operator=(const TipprmiObjectClient &other);
     virtual ~TipprmiObjectClient();
 
+    /** As TreflectORB::forwardMsg() of namespace 1. */
     virtual bool forwardMsg(const TreflectOrbId &orb, bool transaction, TipprmiStream &request,
                             TipprmiStream &response) const;
+    /** Calls the object with a request that prepareRequestStream_() began; as a transaction, blocks until it has
+     *  answered. False if it cannot be reached, or refuses a call in this process: `response` then holds the exception
+     *  of type 1, or what the object wrote. With the run permission, which a remote call gives up meanwhile. */
     virtual bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                           TipprmiStream &response) const;
+    /** Becomes a handle of another object, or of none; the name is looked up, which may block. The broker is not
+     *  used. */
     virtual void connect(const TreflectORB *orb, const TipprmiOID &oid);
     virtual void connect(TipprmiObjectSkeleton *object);
     /** The object itself if it lives here, else null. */
@@ -44,7 +53,7 @@ public:
 
     /** Null only if memory was short. */
     TreflectObjectStub *getStub_() const noexcept { return stub_; }
-    /** Takes over a reference that the caller has. */
+    /** Takes over a reference that the caller has. The stub from before is the caller's to release. */
     void setStub_(TreflectObjectStub *stub) noexcept { stub_ = stub; }
 
 private:
@@ -53,6 +62,7 @@ private:
     TreflectObjectStub *stub_ = nullptr; // one reference
 };
 
+/** Handles with names are equal if their names are; others if their objects are in the same place. */
 REFLECTORB_API bool operator==(const TipprmiObjectClient &a, const TipprmiObjectClient &b);
 inline bool operator!=(const TipprmiObjectClient &a, const TipprmiObjectClient &b) {
     return !(a == b);

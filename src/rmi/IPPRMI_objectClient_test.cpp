@@ -110,6 +110,33 @@ TEST_F(ClientTest, ConnectingTakesTheNewStubAndReleasesTheOld) {
     EXPECT_EQ(1, stub->refCount());
 }
 
+TEST_F(ClientTest, AHandleThatIsGivenAnotherObjectWhileItIsReadReleasesThat) {
+    TipprmiObjectSkeleton other(name("other"));
+    const TipprmiObjectClient second(&other);
+    const Testing::ManualPeer peer(link, orb, TerminationId(0x0042, 2, 1));
+    TipprmiStream stream(100);
+    stream << Location(0, TreflectOrbId(), nullptr, name("nowhere")); // is looked for when it is read
+    TipprmiObjectClient client(first);
+    Testing::TestThread reader([&] {
+        const TreflectHandlerState own(true);
+        stream >> client;
+    });
+    {
+        const TreflectReleaseHandlerState released;
+        const AddressedMessage asked = peer.next();
+        {
+            const TreflectHandlerState own(true);
+            client.connect(&other);
+        }
+        peer.respond(asked, [](TipprmiStream &body) { body << 0U; });
+        reader.join();
+    }
+    EXPECT_EQ(1, stub->refCount());
+    EXPECT_EQ(1, references(second));
+    EXPECT_STREQ("nowhere", client.getOID().getIdString());
+    EXPECT_EQ(1, references(client));
+}
+
 TEST_F(ClientTest, ReadingAReferenceReleasesTheOldStub) {
     TipprmiObjectClient client(first);
     TipprmiStream stream(100);

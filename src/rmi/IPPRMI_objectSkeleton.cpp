@@ -59,18 +59,20 @@ void TipprmiObjectSkeleton::connect(TreflectORB *orb, const TipprmiOID &oid) {
     if (orb == nullptr) {
         orb = TreflectORB::getInstance(oid.getNamespaceId());
     }
-    if (orb == orb_) {
-        return;
-    }
+    TipprmiObjectClient *old = nullptr; // it stood for the old registration
     {
         TreflectHandlerState state(true);
+        if (orb == orb_) {
+            return;
+        }
         unregister_();
         orb_ = orb;
         if (orb_ != nullptr) {
             orb_->registerObject(this);
         }
+        old = std::exchange(client_, nullptr);
     }
-    dropClient_(); // it stood for the old registration
+    delete old;
 }
 
 TipprmiObjectClient *TipprmiObjectSkeleton::getClient() const {
@@ -102,6 +104,12 @@ bool TipprmiObjectSkeleton::dispatch(bool, unsigned cc, unsigned mc, TipprmiStre
             request.printUnmarshallError(cc, mc);
         } else {
             setExceptionContainer(container);
+            if (container.getExceptionType() == TipprmiGeneralException::getExceptionClassType()) {
+                LogDispatch(4,
+                            LogMakeString("Object %X is given the general exception: all its answers read as failures",
+                                          getInternalOID()),
+                            "IPPRMI_objectSkeleton");
+            }
         }
         prepareResponseStream_(response);
         return true;

@@ -29,13 +29,15 @@ public:
     void setExceptionContainer(const TipprmiExceptionContainer &container) const override;
     TipprmiExceptionContainer getExceptionContainer() const override;
 
-    /** Registers with `orb`, or the broker of the identifier's namespace if that is null; the object keeps its own
-     *  identifier. Its client is deleted if the broker changes. */
+    /** Registers with `orb`, or the broker of the identifier's namespace if that is null, which may take 100 ms to be
+     *  made; the object keeps its own identifier. If there is no broker it is registered nowhere. Its client is deleted
+     *  if the broker changes. Takes the run permission itself. */
     virtual void connect(TreflectORB *orb, const TipprmiOID &oid);
     /** A client on this object, made on first use; belongs to the skeleton. Null if memory is short. */
     virtual TipprmiObjectClient *getClient() const;
 
     TreflectORB *getORB() const noexcept { return orb_; }
+    /** Stores the pointer, and registers nothing. */
     void setORB(TreflectORB *orb) noexcept { orb_ = orb; }
     /** Every response begins with the exception container. */
     void prepareResponseStream_(TipprmiStream &response) const { response << container_; }

@@ -4,9 +4,11 @@
 #include "rmi/IPPRMI_objectClient.h"
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
+#include "support/Concurrency.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -77,6 +79,25 @@ TEST_F(SkeletonLifeTest, AMoveToAnotherBrokerEndsTheClientWithoutThePermission) 
     const TreflectHandlerState state(true);
     EXPECT_EQ(node->orbId(), object.getClient()->getStub_()->orbId());
     EXPECT_EQ(&object, object.getClient()->getServer());
+}
+
+TEST_F(SkeletonLifeTest, WhoHasThePermissionKeepsTheClientDuringAMove) {
+    TreflectORB *const node = TreflectORB::getInstance(NSID_NODE);
+    TipprmiObjectSkeleton object(name("object"));
+    std::atomic<bool> enough{false};
+    Testing::TestThread mover([&] {
+        while (!enough) {
+            object.connect(node, name("object"));
+            object.connect(&orb, name("object"));
+        }
+    });
+    for (int round = 0; round < 3000; ++round) {
+        const TreflectHandlerState state(true);
+        const TipprmiObjectClient *const client = object.getClient();
+        ASSERT_EQ(object.orbId(), client->getStub_()->orbId()) << "that of the registration before";
+        ASSERT_EQ(client, object.getClient());
+    }
+    enough = true;
 }
 
 TEST_F(SkeletonLifeTest, WithoutABrokerItIsNotRegistered) {

@@ -111,6 +111,18 @@ TEST_F(ObjectTest, MethodCodes2100And2101SetAndReadTheContainer) {
     EXPECT_TRUE(object.dispatch(true, 0, 2101, request, response));
     EXPECT_EQ("00 00 00 07 00 00 00 00 00 00 00 07 00 00 00 00", hex(response));
 
+    EXPECT_TRUE(log.with("general exception").empty());
+    container.setExceptionType(1);
+    request.clear();
+    request << container;
+    EXPECT_TRUE(object.dispatch(true, 0, 2100, request, response));
+    EXPECT_EQ(1U, log.count(4,
+                            LogMakeString("Object %X is given the general exception: all its answers read as failures",
+                                          object.getInternalOID()),
+                            "IPPRMI_objectSkeleton"));
+    container.setExceptionType(7);
+    object.setExceptionContainer(container);
+
     TipprmiStream cut(2);
     cut << 1U;
     EXPECT_TRUE(object.dispatch(true, 0x2A, 2100, cut, response));

@@ -19,10 +19,11 @@ template <class T, unsigned Bound = 0U>
 class TipprmiSequence {
 public:
     TipprmiSequence() = default;
+    // What copies elements is not noexcept: the copy of a handle may block, and its thread be cancelled there.
     /** Without memory for it a copy is empty. */
-    TipprmiSequence(const TipprmiSequence &other) noexcept { copy(other); }
+    TipprmiSequence(const TipprmiSequence &other) { copy(other); }
     TipprmiSequence(TipprmiSequence &&other) noexcept = default;
-    TipprmiSequence &operator=(const TipprmiSequence &other) noexcept {
+    TipprmiSequence &operator=(const TipprmiSequence &other) {
         if (this != &other) {
             copy(other);
         }
@@ -32,7 +33,7 @@ public:
     ~TipprmiSequence() = default;
 
     /** New elements are default-constructed. Without memory for them the length stays as it is. */
-    void setLength(unsigned length) noexcept {
+    void setLength(unsigned length) {
         try {
             elements_.resize(length);
         } catch (const std::exception &) {
@@ -41,7 +42,7 @@ public:
     }
     unsigned getLength() const noexcept { return static_cast<unsigned>(elements_.size()); }
     /** Does nothing without memory for it. */
-    void push_back(const T &element) noexcept {
+    void push_back(const T &element) {
         try {
             elements_.push_back(element);
         } catch (const std::exception &) {
@@ -54,7 +55,7 @@ public:
     const T &operator[](unsigned index) const { return elements_.empty() ? nobodys() : elements_[within(index)]; }
 
 private:
-    void copy(const TipprmiSequence &other) noexcept {
+    void copy(const TipprmiSequence &other) {
         try {
             elements_ = other.elements_;
         } catch (const std::exception &) {
