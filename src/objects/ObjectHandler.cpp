@@ -1,21 +1,11 @@
 #include "objects/ObjectHandler.h"
 
-#include "orb/REFLECT_orb.h"
-#include "orb/SingletonInstances_p.h"
+#include "objects/Locate_p.h"
 #include "threads/HandlerState.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
-
-namespace {
-
-TreflectORB::TreflectObjectLocation locate(const TipprmiOID &name) {
-    const SingletonInstances::Pin orb(1);
-    return orb.get() != nullptr ? orb.get()->locateObject(name)
-                                : TreflectORB::TreflectObjectLocation(0, TreflectOrbId(), nullptr, name);
-}
-
-} // namespace
 
 std::atomic<TreflectObjectHandler *> TreflectObjectHandler::instance_{nullptr};
 
@@ -50,7 +40,9 @@ TreflectObjectStub *TreflectObjectHandler::adoptStub(const TipprmiOID &oid) {
         return &invalidStub_;
     }
     // In the caller's own state: this may block.
-    return adoptStub(locate(oid));
+    const TreflectORB::TreflectObjectLocation location = locate(1, oid);
+    TreflectHandlerState state(true);
+    return adoptStub(confirmed(location));
 }
 
 TreflectObjectStub *TreflectObjectHandler::adoptStub(const TreflectObjectLocationIf &location) {
@@ -58,11 +50,7 @@ TreflectObjectStub *TreflectObjectHandler::adoptStub(const TreflectObjectLocatio
     const bool nothing = !location.hasOID() && location.getInternalOID() == 0 && location.orbId().value() == 0 &&
                          location.getServer() == nullptr;
     TreflectObjectStub *const stub = nothing ? &invalidStub_ : findOrMake(location);
-    if (stub != nullptr) {
-        stub->incRefCount();
-        checkConnect(stub);
-    }
-    return stub;
+    return adopted(stub);
 }
 
 TreflectObjectStub *TreflectObjectHandler::findOrMake(const TreflectObjectLocationIf &location) {
@@ -92,12 +80,20 @@ TreflectObjectStub *TreflectObjectHandler::findOrMake(const TreflectObjectLocati
 }
 
 TreflectObjectStub *TreflectObjectHandler::adoptStub(TreflectObjectStub *stub) {
-    if (stub != nullptr) {
-        TreflectHandlerState state(true);
-        stub->incRefCount();
-        checkConnect(stub);
+    TreflectHandlerState state(true);
+    return adopted(stub);
+}
+
+/** The attempt to connect may block, and its thread be cancelled there: then nobody gets the reference. */
+TreflectObjectStub *TreflectObjectHandler::adopted(TreflectObjectStub *stub) {
+    if (stub == nullptr) {
+        return nullptr;
     }
-    return stub;
+    const auto release = [this](TreflectObjectStub *unfinished) { releaseStub(unfinished); };
+    stub->incRefCount();
+    std::unique_ptr<TreflectObjectStub, decltype(release)> reference(stub, release);
+    checkConnect(stub);
+    return reference.release();
 }
 
 void TreflectObjectHandler::releaseStub(TreflectObjectStub *stub) {

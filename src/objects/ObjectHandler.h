@@ -66,6 +66,7 @@ private:
 
     TreflectObjectHandler();
     ~TreflectObjectHandler() = default;
+    TreflectObjectStub *adopted(TreflectObjectStub *stub);
     void checkConnect(TreflectObjectStub *stub);
     TreflectObjectStub *findOrMake(const TreflectObjectLocationIf &location);
     bool rememberServer(TreflectObjectStub *stub);

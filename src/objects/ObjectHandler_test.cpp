@@ -1,12 +1,18 @@
 #include "objects/ObjectHandler.h"
 
+#include "objects/REFLECT_object.h"
 #include "rmi/IPPRMI_objectClient.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
+#include "rmi/IPPRMI_sequence.h"
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
+#include "support/Concurrency.h"
+#include "support/ManualPeer.h"
 #include "threads/HandlerState.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <random>
 
@@ -260,6 +266,123 @@ TEST_F(StubTest, HalfAReferenceIsNone) {
     TipprmiStream complete(100);
     complete << Location(5, TreflectOrbId(6), nullptr, name("x"));
     EXPECT_EQ("00 00 00 01 78 00 00 00 01 00 00 00 05 00 00 00 06", hex(complete));
+}
+
+// --- look-ups without the run permission ----------------------------------------------------------------------------
+
+/** An object that is destroyed in the moment between its look-up and the adoption of its stub. */
+class OvertakenTest : public Testing::BrokerTest {
+protected:
+    /** The permission goes to those who wait for it in their order. */
+    void overtake(const std::function<void()> &lookUp, const std::function<void()> &end) {
+        ASSERT_NE(nullptr, TreflectObjectHandler::getInstance());
+        std::unique_ptr<Testing::TestThread> finder;
+        std::unique_ptr<Testing::TestThread> destroyer;
+        const TreflectHandlerState state(true);
+        const auto waiting = [](unsigned threads) {
+            return Testing::eventually([=] { return handlerThreads()->waitingForPermission() >= threads; });
+        };
+        finder = std::make_unique<Testing::TestThread>(lookUp);
+        EXPECT_TRUE(waiting(1));
+        destroyer = std::make_unique<Testing::TestThread>([&] {
+            const TreflectHandlerState own(true);
+            end();
+        });
+        EXPECT_TRUE(waiting(2));
+        const TreflectReleaseHandlerState released;
+        finder->join();
+        destroyer->join();
+    }
+
+    alignas(TipprmiObjectSkeleton) unsigned char room[sizeof(TipprmiObjectSkeleton)];
+};
+
+TEST_F(OvertakenTest, AHandleByNameIsOfNoObject) {
+    for (const char *text : {"thing", static_cast<const char *>(nullptr)}) {
+        auto *const object = new (room) TipprmiObjectSkeleton(name(text));
+        const TipprmiOID oid = object->getOID(); // generated if it has no name
+        std::unique_ptr<TipprmiObjectClient> handle;
+        overtake([&] { handle = std::make_unique<TipprmiObjectClient>(oid); },
+                 [&] { object->~TipprmiObjectSkeleton(); });
+        EXPECT_EQ(nullptr, handle->getServer());
+        EXPECT_EQ(text == nullptr, handle->isConnected()) << "a generated name is an address, whoever lives there";
+    }
+}
+
+TEST_F(OvertakenTest, AHandleByNameIsNotOfAnotherObjectAtTheSameAddress) {
+    auto *object = new (room) TipprmiObjectSkeleton(name("thing"));
+    std::unique_ptr<TipprmiObjectClient> handle;
+    overtake([&] { handle = std::make_unique<TipprmiObjectClient>(name("thing")); },
+             [&] {
+                 object->~TipprmiObjectSkeleton();
+                 object = new (room) TipprmiObjectSkeleton(name("other"));
+             });
+    EXPECT_EQ(nullptr, handle->getServer());
+    EXPECT_FALSE(handle->isConnected());
+    object->~TipprmiObjectSkeleton();
+}
+
+TEST_F(OvertakenTest, AStubThatConnectsIsNotConnected) {
+    const TipprmiObjectClient handle(name("thing"));
+    auto *const object = new (room) TipprmiObjectSkeleton(name("thing"));
+    overtake([&] { handle.getStub_()->connect(name("thing")); }, [&] { object->~TipprmiObjectSkeleton(); });
+    EXPECT_EQ(nullptr, handle.getServer());
+    EXPECT_FALSE(handle.isConnected());
+}
+
+// --- cancellation ---------------------------------------------------------------------------------------------------
+
+/** Threads that are cancelled while the copy of a handle looks for its object. */
+class CancelledCopyTest : public Testing::BrokerTest {
+protected:
+    using Handles = TipprmiSequence<TreflectObject>;
+
+    static Handles oneOf(const TreflectObject &object) {
+        Handles handles;
+        handles.setLength(1);
+        handles[0] = object;
+        return handles;
+    }
+    /** In its first request, or a later one; those before find nothing. */
+    void cancel(const std::function<void()> &copy, unsigned requestsBefore = 0) {
+        Testing::TestThread copier([&] {
+            const TreflectHandlerState state(true);
+            copy();
+        });
+        for (; requestsBefore > 0; --requestsBefore) {
+            peer.respond(peer.next(), [](TipprmiStream &body) { body << 0U; });
+        }
+        EXPECT_EQ(TreflectMessage::tRslve, TreflectMessage(peer.next()).type());
+        EXPECT_TRUE(copier.stop());
+        EXPECT_TRUE(copier.join());
+        EXPECT_EQ(0, copier.result()) << "it was cancelled";
+        const TreflectHandlerState state(true);
+        EXPECT_EQ(2, unknown.getStub()->refCount());
+        EXPECT_EQ(1U, handles.getLength());
+    }
+
+    const TreflectObject unknown{name("nowhere")};
+    Handles handles = oneOf(unknown);
+    const Testing::ManualPeer peer{link, orb, Transport::TerminationId(0x0042, 2, 1)};
+};
+
+TEST_F(CancelledCopyTest, OfAHandleLeavesNoReference) {
+    cancel([this] { const TreflectObject copy(unknown); });
+    cancel([this] {
+        TreflectObject other;
+        other = unknown;
+    });
+    cancel([] { const TreflectObject another(name("nowhere")); }, 1); // which finds the stub, and tries to connect it
+}
+
+TEST_F(CancelledCopyTest, OfASequenceEndsTheThreadAlone) {
+    cancel([this] { const Handles copy(handles); });
+    cancel([this] {
+        Handles copy;
+        copy = handles;
+    });
+    cancel([this] { handles.push_back(unknown); });
+    cancel([this] { handles.setLength(100); });
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #include "objects/REFLECT_objectStub.h"
 
+#include "objects/Locate_p.h"
 #include "objects/ObjectHandler.h"
 #include "orb/CallFailure_p.h"
-#include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
 #include "platform/Log.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
@@ -20,12 +20,6 @@ TipprmiObjectSkeleton *invalidMark() noexcept {
 
 TipprmiOID noName() {
     return TipprmiOID(nullptr, NamespaceId(1));
-}
-
-TreflectORB::TreflectObjectLocation locate(const TipprmiOID &name) {
-    const SingletonInstances::Pin orb(name.getNamespaceId());
-    return orb.get() != nullptr ? orb.get()->locateObject(name)
-                                : TreflectORB::TreflectObjectLocation(0, TreflectOrbId(), nullptr, name);
 }
 
 const void *address(const void *pointer) noexcept {
@@ -131,8 +125,9 @@ void TreflectObjectStub::connect(const TreflectORB *, const TipprmiOID &oid) {
         return;
     }
     const TipprmiOID name = oid; // which may be our own
-    const TreflectORB::TreflectObjectLocation location = locate(name);
+    const TreflectORB::TreflectObjectLocation found = locate(name.getNamespaceId(), name);
     TreflectHandlerState state(true);
+    const TreflectORB::TreflectObjectLocation location = confirmed(found);
     if (!isValid()) { // its broker may have gone while we waited
         return;
     }
