@@ -7,13 +7,14 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-ChassisWatch *ChassisWatch::make() {
-    const int event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    return event >= 0 ? new ChassisWatch(event) : nullptr;
+ChassisWatch &ChassisWatch::instance() {
+    static auto *const watch = new ChassisWatch;
+    return *watch;
 }
 
-ChassisWatch::ChassisWatch(int event)
-    : TreflectObserver(TipprmiOID(nullptr, NamespaceId(1)), nullptr, "chassisWatch"), event_(event) {}
+ChassisWatch::ChassisWatch()
+    : TreflectObserver(TipprmiOID(nullptr, NamespaceId(1)), nullptr, "chassisWatch"),
+      event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 /** Told without the run permission, by a thread of the broker: what there is to do is done by the main one. */
 bool ChassisWatch::detected() {

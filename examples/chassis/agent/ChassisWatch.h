@@ -2,14 +2,14 @@
 
 #include "observation/REFLECT_Observer.h"
 
-/** Waits for the chassis: there at the start, made later, or made again by another manager. Lives as long as the
- *  process, so no notification can outlive it. */
+/** Waits for the chassis: there at the start, made later, or made again by another manager. The one of the process,
+ * which lives as long as that: no notification can outlive it. */
 class ChassisWatch : public TreflectObserver {
 public:
-    /** With the run permission. Null if there is no descriptor left. */
-    static ChassisWatch *make();
+    /** Made at the first call, with the run permission. */
+    static ChassisWatch &instance();
 
-    /** Readable when a chassis has appeared. */
+    /** Readable when a chassis has appeared; -1 if there was no descriptor left. */
     int fd() const noexcept { return event_; }
     /** With the run permission: the one that appeared last. */
     TreflectObject take();
@@ -17,7 +17,7 @@ public:
     bool detected() override;
 
 private:
-    explicit ChassisWatch(int event);
+    ChassisWatch();
 
     const int event_;
     TreflectObject found_; // under the run permission

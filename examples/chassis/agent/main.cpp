@@ -147,8 +147,8 @@ Status Agent::run() {
         std::fprintf(stderr, "port_agent: slot %u has an agent already; end that one, or take another slot\n", number_);
         return kTaken;
     }
-    ChassisWatch *const chassis = ChassisWatch::make();
-    if (chassis == nullptr) {
+    ChassisWatch &chassis = ChassisWatch::instance();
+    if (chassis.fd() < 0) {
         return fail("no descriptor for events", Failure::of(errno).reason);
     }
     SlotObject slot(number_, kernel_);
@@ -156,14 +156,14 @@ Status Agent::run() {
     Status status = publish(slot);
     if (status == kEnded) {
         // An observer misses what is created while it asks all brokers for what exists: so it is there before.
-        ChassisMeta::instance()->observeCreations(chassis, false);
-        ChassisMeta::instance()->observeCreations(chassis, true);
+        ChassisMeta::instance()->observeCreations(&chassis, false);
+        ChassisMeta::instance()->observeCreations(&chassis, true);
         std::printf("slot %u is published\n", number_);
         const TreflectReleaseHandlerState released;
-        status = follow(slot, *chassis);
+        status = follow(slot, chassis);
         takeSignal();
     }
-    ChassisMeta::instance()->removeObserver(chassis);
+    ChassisMeta::instance()->removeObserver(&chassis);
     slot.clear();
     slot.sendDeletionEvent(SlotMeta::instance());
     return status;
