@@ -210,7 +210,7 @@ TEST_F(Monitor, TellsOfWhatComesChangesAndGoes) {
     EXPECT_EQ(1, ::poll(&readable, 1, 0));
     std::vector<LinkEvent> events = read();
     EXPECT_EQ(0, ::poll(&readable, 1, 0));
-    const auto about = [&events, index](const LinkEvent &event) { return event.link.index == index; };
+    const auto about = [index](const LinkEvent &event) { return event.link.index == index; };
     const auto made = std::find_if(events.begin(), events.end(), about);
     ASSERT_NE(events.end(), made);
     EXPECT_FALSE(made->gone);
