@@ -38,9 +38,10 @@ TipprmiObjectSkeleton::~TipprmiObjectSkeleton() {
 
 /** A static object may go after the brokers. */
 void TipprmiObjectSkeleton::unregister_() {
-    if (orb_ != nullptr && SingletonInstances::holds(orb_)) {
+    if (!unregistered_ && orb_ != nullptr && SingletonInstances::holds(orb_)) {
         orb_->unregisterObject(this);
     }
+    unregistered_ = true; // the broker would look for it among all
 }
 
 void TipprmiObjectSkeleton::dropClient_() const {
@@ -70,6 +71,7 @@ void TipprmiObjectSkeleton::connect(TreflectORB *orb, const TipprmiOID &oid) {
         if (orb_ != nullptr) {
             orb_->registerObject(this);
         }
+        unregistered_ = false;
         old = std::exchange(client_, nullptr);
     }
     delete old;

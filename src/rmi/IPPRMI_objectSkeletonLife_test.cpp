@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <new>
 
@@ -127,6 +128,55 @@ TEST_F(SkeletonLifeTest, ItsEndTakesItsClientAlong) {
     EXPECT_FALSE(TreflectORB::isHandlerThread());
     EXPECT_FALSE(other.isConnected());
     EXPECT_EQ(0U, orb.locateObject(name("object")).getInternalOID());
+}
+
+/** Whatever they know it by: its place now, one of before, or a number that somebody gave it. */
+TEST_F(SkeletonLifeTest, ItsEndMakesAllItsHandlesInvalid) {
+    TreflectORB *const node = TreflectORB::getInstance(NSID_NODE);
+    const std::function<void(TipprmiObjectSkeleton &)> changes[] = {
+        [](TipprmiObjectSkeleton &) {},
+        [](TipprmiObjectSkeleton &object) { object.setOID(name("renamed")); },
+        [](TipprmiObjectSkeleton &object) { object.setInternalOID(7); },
+        [node](TipprmiObjectSkeleton &object) { object.connect(node, name("object")); },
+        [this, node](TipprmiObjectSkeleton &object) {
+            object.connect(node, name("object"));
+            object.connect(&orb, name("object"));
+        },
+    };
+    for (const char *text : {"object", static_cast<const char *>(nullptr)}) {
+        for (unsigned space : {1U, 2U}) {
+            for (const auto &change : changes) {
+                auto object = std::make_unique<TipprmiObjectSkeleton>(name(text, space));
+                TipprmiObjectSkeleton other(name("other", space));
+                const TipprmiObjectClient before(object.get());
+                TipprmiStream reference(100);
+                reference << before;
+                change(*object);
+                const TipprmiObjectClient after(object.get());
+                TipprmiObjectClient received;
+                reference >> received;
+                EXPECT_TRUE(before.isConnected());
+                EXPECT_TRUE(after.isConnected());
+                object.reset();
+                EXPECT_FALSE(before.isConnected());
+                EXPECT_FALSE(after.isConnected());
+                EXPECT_EQ(nullptr, received.getServer());
+                EXPECT_TRUE(TipprmiObjectClient(&other).isConnected());
+            }
+        }
+    }
+}
+
+TEST_F(SkeletonLifeTest, AnObjectThatWasNowhereAtFirstMakesItsHandlesInvalidToo) {
+    auto object = std::make_unique<TipprmiObjectSkeleton>();
+    const TipprmiObjectClient before(object.get());
+    object->connect(&orb, name("late"));
+    const TipprmiObjectClient after(object.get());
+    EXPECT_EQ(object.get(), before.getServer());
+    EXPECT_EQ(object.get(), after.getServer());
+    object.reset();
+    EXPECT_EQ(nullptr, before.getServer());
+    EXPECT_EQ(nullptr, after.getServer());
 }
 
 TEST_F(SkeletonLifeTest, ANewObjectAtTheSameAddressHasAFreshStub) {
