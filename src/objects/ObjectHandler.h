@@ -9,7 +9,8 @@
 
 /**
  * Owns the stubs of the process: one for each location, counted, deleted with the last reference. Every operation takes
- * the run permission for its time. One object, made on first use and never destroyed.
+ * the run permission for its time, but gives it up while it looks a name up: what the caller knew before may not hold
+ * any more. One object, made on first use and never destroyed.
  */
 class REFLECTORB_API TreflectObjectHandler {
 public:

@@ -16,8 +16,9 @@ class TipprmiSequence;
 
 /**
  * What all handles of one object share: where it lives. Here, it calls the object directly; elsewhere, it sends
- * requests by way of the broker of namespace 1. A stub whose object went away is invalid, and stays it. Made, counted
- * and deleted by the TreflectObjectHandler. With the run permission.
+ * requests by way of the broker of namespace 1, which block as a call does. A stub whose object went away is invalid;
+ * only connect() with an object, or null, revives it. Made, counted and deleted by the TreflectObjectHandler. With the
+ * run permission.
  */
 class REFLECTORB_API TreflectObjectStub : public TreflectObjectLocationIf, public TipprmiObjectBase {
 public:
@@ -37,7 +38,8 @@ public:
     TipprmiObjectSkeleton *getServer() const override;
     virtual bool forwardMsg(const TreflectOrbId &orb, bool transaction, TipprmiStream &request,
                             TipprmiStream &response) const;
-    /** False, and an exception of type 1 in `response`, if the object cannot be reached. */
+    /** False if the object cannot be reached, then with an exception of type 1 in `response`; or if an object of this
+     *  process refuses, then with what it wrote. True for a one-way call means sent. */
     bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
                   TipprmiStream &response) const override;
 
@@ -52,10 +54,11 @@ public:
     virtual void registerChild(const std::string &name, const TreflectObject &child) const;
     virtual void unregisterChild(const std::string &name) const;
 
-    /** Looks the object up again; an invalid stub stays as it is. The broker is not used. */
+    /** Looks the object up anew, which blocks as a request to each other broker does; it is nowhere afterwards if that
+     *  finds nothing, but keeps the name. An invalid stub stays as it is. The broker is not used. */
     virtual void connect(const TreflectORB *orb, const TipprmiOID &oid);
     virtual void connect(const TipprmiOID &oid);
-    /** Makes the stub stand for an object of this process, or for none. */
+    /** Makes the stub, invalid or not, stand for an object of this process, or for none. */
     virtual void connect(TipprmiObjectSkeleton *object);
     virtual bool isConnected() const;
     virtual std::string className() const;
@@ -78,11 +81,13 @@ public:
     int refCount() const noexcept { return refCount_; }
     void setInvalid() noexcept;
     bool isValid() const noexcept;
-    /** Takes the object of this process over that it stands for. */
+    /** For the handler: the object of this process that it stands for. */
     void setServer(TipprmiObjectSkeleton *object) noexcept { object_ = object; }
 
-    /** Empties `request` and writes the head of a call, for a call to another actor; connects first if need be. */
+    /** Empties `request` and writes the head of a call, for a call to another actor; connects first if need be, which
+     *  may block. An invalid stub leaves `request` as it is. */
     void prepareRequestStream(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request) const;
+    /** Reads the exception container of a two-way call; after one of type 1 all results read as zero. */
     void prepareResponseStream(bool transaction, TipprmiStream &response) const;
 
 private:

@@ -100,9 +100,14 @@ public:
 
     /** Not with the run permission: it waits for threads that may need it. */
     bool stop() override;
+
+    /** For the transport, as the three below. The calling thread counts as the receiving one from then on: it never
+     *  waits, its two-way calls get no response. A message of kind kReFai ends the process. Always true. */
     bool receive(const Transport::AddressedMessage &message) override;
     bool receiveError(const Transport::AddressedMessage &message) override;
+    /** Subscribes at a broker of the same namespace for observed classes, which blocks as forwardMsg() does. */
     void appeared(Transport::Termination &termination) override;
+    /** Makes the broker's stubs invalid, for which it waits for the run permission, and ends the calls of it. */
     void disappeare(Transport::Termination &termination) override;
 
     /**
@@ -228,15 +233,17 @@ public:
      */
     void unregisterOrbNotifications(TreflectOrbObserverIf *observer);
 
-    /** Asks the broker for its counters; empty if it does not answer. */
+    /** Asks the broker for its counters, which blocks as forwardMsg() does. Empty if it does not answer, and on the
+     *  transport's receiving thread; what a cut answer lacks is empty or zero. */
     PerfCntInfo getPerfCnts(const Transport::TerminationId &target);
-    /** Of all other brokers of the group, in the group's order. */
+    /** Of all other brokers of the group, in the group's order, asked one after the other. */
     std::list<PerfCntMultInfo> getPerfCnts();
-    /** A summary in the log, at level 5; the argument is not used. */
+    /** A summary in the log, at level 5; the argument is not used. Waits for the run permission. */
     void display(int);
-    /** The last messages in the log, at level 6. */
+    /** The last messages in the log, at level 6. Does not take the run permission: works while that is stuck. */
     void dumpMessages();
-    /** Checks and describes a message in the log. */
+    /** Checks a message, which has to be a request or else a one-way one (a response is always reported as an error),
+     *  and describes its body: levels 5 and 6 of the log. The first argument is not used. */
     void testInfoAboutMessage(const Transport::TerminationId &, const TreflectMessage &message, bool request) const;
 
     /** Minutes after which an unanswered request resets the unit. */
