@@ -36,5 +36,14 @@ Result handleCopy();
 Result objectLocal();
 Result objectRemote();
 Result objectsPerMib();
+Result creations1();
+Result creations10();
+Result creations30();
+Result observedLocal();
+Result observedRemote();
+Result bereaved2();
+Result bereaved10();
+Result bereaved30();
+Result existing10000();
 
 } // namespace Bench

@@ -27,8 +27,15 @@
  *   objectlocal, objectremote
  *                        an object comes and goes as the child of one here, or in another actor
  *   objectspermib        memory of objects with a name, a parent and a handle
+ *   events1, ...10, ...30
+ *                        creation of an object until the last of so many actors that watch has been told
+ *   observedlocal, observedremote
+ *                        operation with one observer before it, here or in another actor
+ *   kill2, ...10, ...30  SIGKILL of an actor until the last of so many others has ended its call of it
+ *   existing10000        objects of another actor, told to an observer that asks for those that exist
  */
 #include "Benchmarks.h"
+#include "Events.h"
 #include "Exchange.h"
 #include "Service.h"
 #include "Tree.h"
@@ -78,6 +85,15 @@ constexpr Benchmark kBenchmarks[] = {
     {"objectlocal", "an object comes and goes, its parent is here", &objectLocal},
     {"objectremote", "an object comes and goes, its parent is in another actor", &objectRemote},
     {"objectspermib", "memory of objects", &objectsPerMib},
+    {"events1", "creation of an object, told to 1 other actor", &creations1},
+    {"events10", "creation of an object, told to 10 other actors", &creations10},
+    {"events30", "creation of an object, told to 30 other actors", &creations30},
+    {"observedlocal", "operation with an observer here", &observedLocal},
+    {"observedremote", "operation with an observer in another actor", &observedRemote},
+    {"kill2", "from the death of an actor until 2 others know", &bereaved2},
+    {"kill10", "from the death of an actor until 10 others know", &bereaved10},
+    {"kill30", "from the death of an actor until 30 others know", &bereaved30},
+    {"existing10000", "10,000 objects of another actor told to a new observer", &existing10000},
 };
 
 /** The programs that the benchmarks start. */
@@ -91,6 +107,11 @@ constexpr Mode kModes[] = {
     {"--serve-idle", [](const char *) { return serveIdle(); }},
     {"--serve-calls", [](const char *name) { return serveCalls(name); }},
     {"--serve-tree", [](const char *name) { return serveTree(name); }},
+    {"--serve-watch", [](const char *) { return serveWatch(); }},
+    {"--serve-observer", [](const char *name) { return serveObserver(name); }},
+    {"--serve-hold", [](const char *name) { return serveHold(name); }},
+    {"--serve-bereaved", [](const char *) { return serveBereaved(); }},
+    {"--serve-things", [](const char *count) { return serveThings(count); }},
     {"--call-once", [](const char *name) { return callOnce(name); }},
 };
 
