@@ -188,6 +188,7 @@ TEST_F(LocationTest, AnObjectWhoseNumberWasChangedIsFoundAllTheSameWhenItGoes) {
     EXPECT_TRUE(orb.registerObject(&object));
     EXPECT_EQ(number, object.getInternalOID()) << "no second entry";
     EXPECT_TRUE(orb.unregisterObject(&object));
+    EXPECT_TRUE(orb.unregisterObject(&object)) << "also when it is not there";
     EXPECT_TRUE(isNowhere(orb.locateObject(name("thing"))));
 }
 

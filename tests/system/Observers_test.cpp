@@ -166,6 +166,29 @@ TEST_F(Observers, OfCreationsThatAreStoppedHoldUpWhoMakesObjects) {
     EXPECT_TRUE(again.sofar("created ").empty()) << "each once";
 }
 
+/** While the one that made the object waits for the answer, it is asked to tell no more. */
+TEST_F(Observers, OfCreationsMayLeaveWhileTheyAreTold) {
+    two.ask("events watch", "events ");
+    three.ask("events watch", "events ");
+    EXPECT_TRUE(one.askUntil("events subscribers", "events ", "2 2"));
+    two.ask("react leave", "reacts");
+    EXPECT_EQ("created", ask(one, "create first"));
+    EXPECT_EQ("first", two.expect("created "));
+    EXPECT_EQ("1 1", one.ask("events subscribers", "events ")) << "the end of either ends both";
+    EXPECT_EQ("created", ask(one, "create second"));
+    EXPECT_EQ("deleted", ask(one, "delete first"));
+    EXPECT_TRUE(two.sofar("created ").empty());
+    EXPECT_TRUE(two.sofar("deleted ").empty());
+    EXPECT_EQ((Lines{"first", "second"}), three.sofar("created "));
+    EXPECT_EQ((Lines{"first"}), three.sofar("deleted "));
+    two.ask("react nothing", "reacts");
+    two.ask("events unwatch", "events "); // its observer of deletions, which nobody tells any more
+    two.ask("events watchall", "events ");
+    EXPECT_EQ("second", two.expect("created "));
+    EXPECT_EQ("deleted", ask(one, "delete second"));
+    EXPECT_EQ("second", two.expect("deleted ")) << "who comes again is told again";
+}
+
 /** The one that appears is no member of the list that the subscription goes through. */
 TEST_F(Observers, SubscribeAtABrokerThatAppearsMeanwhile) {
     for (const bool killed : {false, true}) {

@@ -23,6 +23,9 @@ public:
         const TipprmiOID name = getSource()->getOID(); // the actor of the object need not be asked
         say("%s %s%s", objectName(), name.getIdString(), without ? "" : " with permission");
         react();
+        if (leaves()) {
+            doublers().removeObserver(this);
+        }
         return true;
     }
 };

@@ -48,3 +48,8 @@ void react() {
         state().changed.wait(lock, [] { return state().reaction != "hold"; });
     }
 }
+
+bool leaves() {
+    const std::lock_guard<std::mutex> lock(state().lock);
+    return state().reaction == "leave";
+}
