@@ -103,6 +103,20 @@ TEST_F(Portctl, WithoutManagerEveryCommandSaysWhatIsMissingAndWhere) {
     }
 }
 
+TEST_F(Portctl, AUnitThatCannotBeJoinedIsNamed) {
+    const std::string file = unit_.directory() + ".file";
+    std::ofstream(file) << "no directory";
+    const std::string joins = "cannot join the unit in " + file + ": it must be a directory of this user's own\n";
+    const Outcome client =
+        Testing::runProgram(unit_, 1, {"/usr/bin/env", "REFLECTORB_UNIT_DIR=" + file, PORTCTL, "tree"});
+    EXPECT_EQ(4, client.status);
+    EXPECT_EQ("portctl: " + joins, client.output);
+    const Outcome manager =
+        Testing::runProgram(unit_, 1, {"/usr/bin/env", "REFLECTORB_UNIT_DIR=" + file, CHASSIS_MANAGER});
+    EXPECT_EQ(4, manager.status);
+    EXPECT_EQ("chassis_manager: " + joins, manager.output);
+}
+
 TEST_F(Portctl, TreeShowsWhatTheKernelSays) {
     const Started manager = startManager();
     const Started second = startAgent(2);

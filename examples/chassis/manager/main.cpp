@@ -55,9 +55,10 @@ void endChassis(std::unique_ptr<ChassisObject> chassis) {
 }
 
 int manage() {
-    const TreflectORB *const orb = TreflectORB::getInstance(NamespaceId(1));
+    std::string problem;
+    const TreflectORB *const orb = View::joinUnit(problem);
     if (orb == nullptr) {
-        return fail(4, "cannot join the unit in " + View::unitDirectory());
+        return fail(4, problem);
     }
     if (isManaged()) {
         return fail(1, "the unit in " + View::unitDirectory() + " has a manager already");

@@ -3,7 +3,6 @@
 #include "Chassis.h"
 #include "Paths.h"
 #include "Slot.h"
-#include "orb/REFLECT_orb.h"
 #include "view/Options.h"
 
 namespace Unit {
@@ -39,8 +38,9 @@ bool isA(const TreflectObject &object, unsigned classId) {
 } // namespace
 
 int find(const View::Path &path, TreflectObject &object) {
-    if (TreflectORB::getInstance(NamespaceId(1)) == nullptr) {
-        return fail(noUnit, "cannot join the unit in " + View::unitDirectory());
+    std::string problem;
+    if (View::joinUnit(problem) == nullptr) {
+        return fail(noUnit, problem);
     }
     object = TreflectObject(Paths::id(Paths::chassis()));
     if (!object.isConnected()) {

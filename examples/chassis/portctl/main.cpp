@@ -53,8 +53,7 @@ int main(int argc, char **argv) {
         std::fputs(kHelp, stdout);
         return done;
     }
-    // The library's reports would only repeat what the commands say; who looks for a fault asks for them.
-    ::setenv("REFLECTORB_LOG_LEVEL", "2", 0);
+    ::setenv("REFLECTORB_LOG_LEVEL", "3", 0); // warnings would only repeat what the commands say
     for (const Entry &entry : kCommands) {
         if (name == entry.name) {
             return entry.command(arguments);

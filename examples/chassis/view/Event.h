@@ -30,7 +30,8 @@ struct Event {
     ObjectKey key;
     std::string name; // portFound, portCreated
     std::string address;
-    PortState state; // also portChanged; empty if the port was gone before it could be asked
+    PortState state;     // also portChanged; empty if the interface was gone before it could be asked
+    bool lasting = true; // portFound, portCreated: its deletion is still to be told
 };
 
 } // namespace View

@@ -1,5 +1,7 @@
 #include "view/Options.h"
 
+#include "orb/REFLECT_orb.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <unistd.h>
@@ -33,6 +35,15 @@ std::string unitDirectory() {
         return variable("XDG_RUNTIME_DIR") + "/reflectorb";
     }
     return ::geteuid() == 0 ? "/run/reflectorb" : "/tmp/reflectorb-" + std::to_string(::geteuid());
+}
+
+const TreflectORB *joinUnit(std::string &problem) {
+    const TreflectORB *const orb = TreflectORB::getInstance(NamespaceId(1));
+    if (orb == nullptr || orb->termId() == Transport::TerminationId()) {
+        problem = "cannot join the unit in " + unitDirectory() + ": it must be a directory of this user's own";
+        return nullptr;
+    }
+    return orb;
 }
 
 } // namespace View

@@ -2,6 +2,8 @@
 
 #include <string>
 
+class TreflectORB;
+
 namespace View {
 
 /** A number without sign, space or anything behind it, at most `limit`. */
@@ -10,5 +12,7 @@ bool parseNumber(const std::string &text, unsigned limit, unsigned &number);
 bool setSlot(const std::string &text);
 /** Where the library looks for the unit, for messages. */
 std::string unitDirectory();
+/** The broker of this process. Null, with what to tell, if it cannot be part of the unit; the log says why. */
+const TreflectORB *joinUnit(std::string &problem);
 
 } // namespace View

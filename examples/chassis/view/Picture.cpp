@@ -114,12 +114,10 @@ std::string Picture::brokerGone(const Event &event) {
 }
 
 Picture::News Picture::portCame(const Event &event) {
-    if (ports_.count(event.key) != 0) {
-        return {}; // told of as existing and as created
+    if (ports_.count(event.key) != 0 || !event.lasting) {
+        return {}; // told of as existing and as created; on its way out
     }
-    if (!event.state.adminState.empty()) { // else there may be no deletion to come
-        ports_.emplace(event.key, Port{event.slot, event.name, event.address, event.state, event.time});
-    }
+    ports_.emplace(event.key, Port{event.slot, event.name, event.address, event.state, event.time});
     const std::string how = event.kind == Event::Kind::portFound ? " found: " : " created: ";
     return {inSlot(event.slot) + "port " + printable(event.name) + how + describe(event.state, event.address),
             event.slot, event.name};

@@ -91,8 +91,16 @@ TEST_F(PictureTest, KnowsNothingOfPortsItHasNotHeardOf) {
     EXPECT_TRUE(picture_.ports().empty());
 }
 
-TEST_F(PictureTest, APortThatWasGoneWhenItWasAskedIsToldOfAndNotKept) {
+TEST_F(PictureTest, APortWithoutInterfaceIsKeptUntilItsDeletion) {
     EXPECT_EQ("slot 2  port eth1 created: gone before it could be asked", created(kAgent, 7, "eth1", PortState()));
+    EXPECT_EQ("slot 2  port eth1 deleted", deleted(kAgent, 7));
+}
+
+TEST_F(PictureTest, APortWithoutDeletionToComeIsPassedOver) {
+    Event event = aboutPort(Kind::portFound, kAgent, 7);
+    event.name = "eth1";
+    event.lasting = false;
+    EXPECT_EQ("", picture_.apply(event).text);
     EXPECT_TRUE(picture_.ports().empty());
 }
 

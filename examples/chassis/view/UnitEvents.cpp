@@ -35,6 +35,10 @@ ObjectKey keyOf(const TreflectObject &object) {
     return {brokerOf(object).value(), stub != nullptr ? stub->getInternalOID() : 0};
 }
 
+bool isUnreachable(const TipprmiExceptionContainer &raised) {
+    return raised.getExceptionType() == TipprmiGeneralException::getExceptionClassType();
+}
+
 } // namespace
 
 // --- what the library tells, in its threads -------------------------------------------------------------------------
@@ -120,7 +124,12 @@ void UnitEvents::subscribe() {
 
 bool UnitEvents::next(Event &event) {
     for (;;) {
-        std::list<Raw> node = queue_.pop();
+        std::list<Raw> node;
+        if (missed_.empty()) {
+            node = queue_.pop();
+        } else {
+            node.splice(node.begin(), missed_, missed_.begin());
+        }
         if (node.empty()) {
             return false;
         }
@@ -137,12 +146,19 @@ bool UnitEvents::complete(Raw &raw) {
     switch (raw.event.kind) {
     case Event::Kind::brokerCame:
         raw.event.actor = broker().getPerfCnts(from).actor;
+        verifyPorts(raw.event);
         break;
     case Event::Kind::portFound:
     case Event::Kind::portCreated:
         askPort(raw);
         break;
-    default:
+    case Event::Kind::portDeleted:
+        ports_.erase(raw.event.key);
+        return true;
+    case Event::Kind::brokerGone:
+        ports_.erase(ports_.lower_bound({raw.event.broker, 0}), ports_.lower_bound({raw.event.broker + 1, 0}));
+        return true;
+    case Event::Kind::portChanged:
         return true;
     }
     return Transport::TransportLayer::exists(from);
@@ -152,8 +168,33 @@ void UnitEvents::askPort(Raw &raw) {
     const TreflectHandlerState state(true);
     const Port port(raw.port);
     port.operation("stateChanged")->postObserve(&changed_); // first: what changes after the reads is not missed
-    raw.event.state = {port.adminState(), port.operState(), port.mtu()};
+    Port::Raised raised;
+    raw.event.state = {port.adminState(&raised), port.operState(), port.mtu()};
     raw.event.address = port.macAddress();
+    // After the event of a creation one of the deletion is sure to come. But one that was there before, and is not well
+    // now, may have been told of as deleted already.
+    raw.event.lasting = raw.event.kind == Event::Kind::portCreated || raised.getExceptionType() == 0;
+    if (raw.event.lasting) {
+        ports_[raw.event.key] = raw.port;
+    }
+}
+
+/** A broker that comes is asked for its ports first, and then to tell of deletions: what it deletes in between is found
+ *  out here, since it is told to have come after that. */
+void UnitEvents::verifyPorts(const Event &cameNow) {
+    const TreflectHandlerState state(true);
+    const auto end = ports_.lower_bound({cameNow.broker + 1, 0});
+    for (auto entry = ports_.lower_bound({cameNow.broker, 0}); entry != end; ++entry) {
+        Port::Raised raised;
+        Port(entry->second).index(&raised);
+        if (isUnreachable(raised)) {
+            std::list<Raw> node(1);
+            node.front().event = cameNow;
+            node.front().event.kind = Event::Kind::portDeleted;
+            node.front().event.key = entry->first;
+            missed_.splice(missed_.end(), node);
+        }
+    }
 }
 
 } // namespace View

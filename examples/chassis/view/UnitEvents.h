@@ -5,6 +5,9 @@
 #include "view/Event.h"
 #include "view/EventQueue.h"
 
+#include <list>
+#include <map>
+
 namespace View {
 
 /**
@@ -64,8 +67,11 @@ private:
     void push(Event::Kind kind, const Transport::TerminationId &broker, const TreflectObject *port);
     bool complete(Raw &raw);
     void askPort(Raw &raw);
+    void verifyPorts(const Event &cameNow);
 
     EventQueue<Raw> queue_;
+    std::map<ObjectKey, TreflectObject> ports_; // this and the next: of the thread that takes events
+    std::list<Raw> missed_; // what nobody told
     PortObserver created_;
     PortObserver existing_;
     PortObserver deleted_;
