@@ -2,7 +2,7 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS reflectorb EXPORT ReflectORB LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(folder platform threads rmi orb objects)
+foreach(folder platform threads rmi orb reflection objects observation)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/reflectorb
     FILES_MATCHING PATTERN "*.h" PATTERN "*_p.h" EXCLUDE PATTERN "posix" EXCLUDE PATTERN "transport" EXCLUDE)
 endforeach()
