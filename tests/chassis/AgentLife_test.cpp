@@ -1,6 +1,8 @@
 #include "chassis/AgentTest.h"
+#include "support/Concurrency.h"
 
 #include <csignal>
+#include <sys/wait.h>
 
 namespace {
 
@@ -145,6 +147,23 @@ TEST_F(AgentTest, BelongsToTheManagerThatIsThere) {
         manager.expect("port new" + std::to_string(i) + " created");
         manager.kill();
     }
+}
+
+TEST_F(AgentTest, ASecondSignalEndsItWhenThoseThatItTellsHang) {
+    const auto agent = startAgent();
+    Actor probe(probes_);
+    probe.ask("watch", "watching");
+    EXPECT_EQ("", probe.expect("created /chassis/slot2/lo"));
+    probe.signal(SIGSTOP);
+    EXPECT_TRUE(Testing::eventually([&agent] { // until the first one is taken, a second is the same
+        agent->signal(SIGTERM);
+        siginfo_t ended{};
+        return ::waitid(P_PID, static_cast<id_t>(agent->pid()), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               ended.si_pid != 0;
+    }));
+    EXPECT_EQ(128 + SIGTERM, agent->end());
+    probe.signal(SIGCONT);
+    EXPECT_TRUE(probe.askUntil("port /chassis/slot2/lo", "port ", "- 0 - 0 - - 0 unreachable"));
 }
 
 } // namespace

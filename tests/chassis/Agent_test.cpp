@@ -2,7 +2,8 @@
 
 #include <cerrno>
 #include <csignal>
-#include <fstream>
+#include <memory>
+#include <random>
 #include <set>
 #include <sstream>
 
@@ -311,6 +312,80 @@ TEST_F(AgentTest, LooksAnewWhenTheKernelHadNoRoomForItsEvents) {
     EXPECT_EQ("", probe.expect("deleted /chassis/slot2/peer"));
     EXPECT_EQ("down down 1200", probe.expect("changed /chassis/slot2/left "));
     EXPECT_TRUE(probe.askUntil("ports 2", "ports", " left lo new right"));
+}
+
+/** What happens to interfaces at random, and what watchers of the ports are to be told. */
+class Churn {
+public:
+    explicit Churn(Network &network) : network_(network) {}
+
+    void step() {
+        const std::string name = "n" + std::to_string(random_() % 8);
+        const std::string other = "n" + std::to_string(random_() % 8);
+        if (there_.count(name) == 0) {
+            ASSERT_EQ("", network_.add(name));
+            come(name);
+        } else if (random_() % 3 == 0 && there_.count(other) == 0) {
+            ASSERT_EQ("", network_.rename(name, other));
+            go(name);
+            come(other);
+        } else if (random_() % 3 == 0) {
+            ASSERT_EQ("", network_.setMtu(name, 1000 + random_() % 2));
+        } else {
+            ASSERT_EQ("", network_.remove(name));
+            go(name);
+        }
+    }
+    const std::vector<std::string> &events() const { return events_; }
+    std::set<std::string> there() const { return there_; }
+
+private:
+    void come(const std::string &name) {
+        there_.insert(name);
+        events_.push_back("created " + (kPath + name));
+    }
+    void go(const std::string &name) {
+        there_.erase(name);
+        events_.push_back("deleted " + (kPath + name));
+    }
+
+    Network &network_;
+    std::minstd_rand random_{7};
+    std::set<std::string> there_;
+    std::vector<std::string> events_;
+};
+
+TEST_F(AgentTest, EachWatcherIsToldOfEachPortInOrder) {
+    const auto agent = startAgent();
+    Actor first(probes_, 1);
+    Actor second(probes_, 3);
+    auto victim = std::make_unique<Actor>(probes_, 4);
+    for (Actor *watcher : {&first, &second, victim.get()}) {
+        watcher->ask("watch", "watching");
+        EXPECT_EQ("", watcher->expect("created /chassis/slot2/lo"));
+    }
+    Churn churn(network_);
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_NO_FATAL_FAILURE(churn.step());
+        if (i == 150) {
+            victim.reset(); // killed while it is told
+        }
+    }
+    ASSERT_EQ("", network_.add("last"));
+    for (Actor *watcher : {&first, &second}) {
+        EXPECT_EQ("", watcher->expect("created /chassis/slot2/last"));
+        std::vector<std::string> told;
+        for (const std::string &line : watcher->sofar("")) {
+            if (line.find("changed ") != 0) {
+                told.push_back(line);
+            }
+        }
+        EXPECT_EQ(churn.events(), told);
+    }
+    std::set<std::string> expected = churn.there();
+    expected.insert({"last", "lo"});
+    const std::vector<std::string> list = wordsOf(first.ask("ports 2", "ports"));
+    EXPECT_EQ(expected, std::set<std::string>(list.begin(), list.end()));
 }
 
 } // namespace

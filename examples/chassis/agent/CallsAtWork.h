@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Lock.h"
+#include "rmi/IPPRMI_stream.h"
 #include "threads/BrokerLocks.h"
 
 /** How many calls of an object are at work: one that tells an observer gives the run permission up, so its object may
@@ -38,4 +39,28 @@ private:
 
     TreflectConditionVar none_{false};
     unsigned count_ RB_GUARDED_BY(none_) = 0;
+};
+
+/** A server object that may be destroyed at any time. */
+template <class Skeleton>
+class OutlivesCalls : public Skeleton {
+public:
+    using Skeleton::Skeleton;
+
+    using Skeleton::dispatch;
+    bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request,
+                  TipprmiStream &response) override {
+        const CallsAtWork::Scope atWork(calls_);
+        return Skeleton::dispatch(transaction, cc, mc, request, response);
+    }
+
+protected:
+    /** For the destructor of the outermost class: no call comes any more, and none is at work. */
+    void endCalls() {
+        this->unregister_();
+        calls_.awaitNone();
+    }
+
+private:
+    CallsAtWork calls_;
 };

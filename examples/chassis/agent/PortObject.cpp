@@ -24,17 +24,11 @@ PortCounters countersOf(const Link &link) {
 } // namespace
 
 PortObject::PortObject(unsigned slot, const TreflectObject &parent, const Link &link, Kernel &kernel)
-    : PortSkeleton(Paths::id(Paths::port(slot, link.name)), &parent, link.name), kernel_(kernel), index_(link.index),
+    : OutlivesCalls(Paths::id(Paths::port(slot, link.name)), &parent, link.name), kernel_(kernel), index_(link.index),
       name_(link.name), state_(stateOf(link)) {}
 
 PortObject::~PortObject() {
-    unregister_(); // so that no call comes any more
-    calls_.awaitNone();
-}
-
-bool PortObject::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) {
-    const CallsAtWork::Scope atWork(calls_);
-    return PortSkeleton::dispatch(transaction, cc, mc, request, response);
+    endCalls();
 }
 
 PortState PortObject::stateOf(const Link &link) {

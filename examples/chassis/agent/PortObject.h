@@ -5,13 +5,10 @@
 #include "Port.h"
 
 /** A network interface as an object of the tree. It asks the kernel at every read, so it knows nothing old. */
-class PortObject : public PortSkeleton {
+class PortObject : public OutlivesCalls<PortSkeleton> {
 public:
     PortObject(unsigned slot, const TreflectObject &parent, const Link &link, Kernel &kernel);
     ~PortObject() override;
-
-    using PortSkeleton::dispatch;
-    bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) override;
 
     std::string name(Raised &raised) override;
     unsigned index(Raised &raised) override;
@@ -48,5 +45,4 @@ private:
     const unsigned index_;
     const std::string name_;
     PortState state_; // that observers know
-    CallsAtWork calls_;
 };

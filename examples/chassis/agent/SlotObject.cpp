@@ -7,13 +7,14 @@
 #include <utility>
 
 SlotObject::SlotObject(unsigned number, Kernel &kernel)
-    : SlotSkeleton(Paths::id(Paths::slot(number)), nullptr, Paths::slotName(number)), number_(number), kernel_(kernel) {
-}
+    : OutlivesCalls(Paths::id(Paths::slot(number)), nullptr, Paths::slotName(number)), number_(number),
+      kernel_(kernel) {}
 
 SlotObject::~SlotObject() {
     if (chassis_.isConnected()) {
         chassis_.unregisterChild(objectName());
     }
+    endCalls();
 }
 
 unsigned SlotObject::number(Raised &) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CallsAtWork.h"
 #include "Kernel.h"
 #include "LinkMonitor.h"
 #include "PortObject.h"
@@ -15,7 +16,7 @@
  * tied to one parent as objects usually are. With the run permission, which everything that tells others gives up for a
  * while; all that changes the ports is called by one thread.
  */
-class SlotObject : public SlotSkeleton {
+class SlotObject : public OutlivesCalls<SlotSkeleton> {
 public:
     SlotObject(unsigned number, Kernel &kernel);
     /** After clear(). */
