@@ -339,7 +339,7 @@ private:
     void dispatchCall(TipprmiStream &request, Worker &worker);
     void dispatchCounters(TipprmiStream &request, Worker &worker);
     void dispatchUnknown(TipprmiStream &request, Worker &worker);
-    bool respond(const TreflectMessage &request, TipprmiStream &response) const;
+    bool respond(Transport::TerminationId caller, TipprmiStream &response) const;
 
     void dispatchNotification(TipprmiStream &request, Worker &worker);
     void dispatchSubscription(TipprmiStream &request, Worker &worker);

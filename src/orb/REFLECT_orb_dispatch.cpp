@@ -46,11 +46,10 @@ void TreflectORB::dispatchEntry() {
         MessageQueue &queue;
         ~Leaving() {
             OSWrap::DisableCancelStateGuard uncancelled;
+            const bool returns = ReleaseHook::clear(); // ended in a method, with the permission more than once
             QueueLocked lock(queue);
-            --queue.workers;
-            // For the end of the broker, which may be gone once the lock is released, and for messages that came while
-            // this worker was to return, so that nobody was woken for them.
-            queue.broadcast();
+            queue.returning -= returns ? 1 : 0;
+            --queue.workers; // the last: once the lock is released the broker may be gone
         }
     } leaving{*queue_};
     SingletonInstances::Inside inside;
@@ -87,6 +86,9 @@ bool TreflectORB::nextMessage(TreflectMessage &message, bool firstPass) {
         }
         if (queue_->idle >= kTooManyIdle) {
             --queue_->idle;
+            if (!queue_->messages.empty()) { // nobody may have been woken for them, since this worker was to return
+                queue_->signal();
+            }
             return false;
         }
         while (queue_->messages.empty() && !queue_->closed) {
@@ -98,12 +100,14 @@ bool TreflectORB::nextMessage(TreflectMessage &message, bool firstPass) {
         }
         message = std::move(queue_->messages.front());
         queue_->messages.pop_front();
+        start = !queue_->messages.empty() && queue_->idle == 0;
+        if (start) {
+            ++queue_->idle;
+        } else if (!queue_->messages.empty() && MessageQueue::isContended()) {
+            queue_->signal();
+        }
         ++queue_->returning;
         ReleaseHook::set(&TreflectORB::wakeColleague, queue_.get());
-        if (!queue_->messages.empty() && queue_->idle == 0) {
-            ++queue_->idle;
-            start = true;
-        }
     }
     if (start) {
         startColleague();
@@ -117,9 +121,9 @@ void TreflectORB::dispatch(TipprmiStream &request, Worker &worker) {
     (this->*(known ? kDispatch[type] : &TreflectORB::dispatchUnknown))(request, worker);
 }
 
-bool TreflectORB::respond(const TreflectMessage &request, TipprmiStream &response) const {
+bool TreflectORB::respond(Transport::TerminationId to, TipprmiStream &response) const {
     response.msg().originator() = termId();
-    const Transport::TerminationPtr caller = Transport::TransportLayer::getTermination(request.originator());
+    const Transport::TerminationPtr caller = Transport::TransportLayer::getTermination(to);
     return caller && caller->issue(response.msg().addressed());
 }
 
@@ -128,7 +132,7 @@ void TreflectORB::dispatchResolve(TipprmiStream &request, Worker &) {
     TipprmiOID oid(nullptr, NamespaceId(1));
     request >> oid;
     response << locateLocalObject_(oid).getInternalOID();
-    if (!respond(request.msg(), response)) {
+    if (!respond(request.msg().originator(), response)) {
         LogDispatch(3, "Sending resolve response message failed rc=0", kSource);
     }
 }
@@ -139,6 +143,9 @@ void TreflectORB::dispatchCall(TipprmiStream &request, Worker &worker) {
     unsigned cc = 0;
     unsigned mc = 0;
     request >> ioid >> transaction >> cc >> mc;
+    // A method may call on with these streams, and then they are of other messages.
+    const Transport::TerminationId caller = request.msg().originator();
+    const unsigned id = request.msg().transactionId();
     TipprmiStream response(allocateResponse(request.msg(), kResponseSize), true);
     TipprmiObjectSkeleton *const object = findObject(ioid);
     if (object != nullptr) {
@@ -159,14 +166,17 @@ void TreflectORB::dispatchCall(TipprmiStream &request, Worker &worker) {
     if (!transaction) {
         return;
     }
-    if (!respond(request.msg(), response)) {
+    response.msg().type(TreflectMessage::tPayld);
+    response.msg().kind(TreflectMessage::kResp);
+    response.msg().transactionId(id);
+    if (response.msg().transactionId() != id || !respond(caller, response)) {
         LogDispatch(3, "Sending response message failed rc=0", kSource);
     }
     ProcessedMessage entry;
     entry.methodCode = mc;
     entry.classCode = cc;
     entry.destination = termId().value();
-    entry.sender = request.msg().originator().value();
+    entry.sender = caller.value();
     processed_.add(entry);
 }
 
@@ -177,7 +187,7 @@ void TreflectORB::dispatchCounters(TipprmiStream &request, Worker &) {
         counters.push_back({target, counted.requests, counted.failures});
     }
     response << Transport::IdInfo::getActor() << counters;
-    if (!respond(request.msg(), response)) {
+    if (!respond(request.msg().originator(), response)) {
         LogDispatch(3, "Sending response message failed rc=0", kSource);
     }
 }

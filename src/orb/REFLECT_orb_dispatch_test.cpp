@@ -108,6 +108,31 @@ TEST_F(DispatchTest, AnAnswerMayOutgrowItsFirstRoom) {
     EXPECT_EQ(orb.termId(), last.originator());
 }
 
+/** The streams of a method that hands its own on are those of another call afterwards. */
+TEST_F(DispatchTest, AnAnswerIsThatOfItsRequestWhateverTheMethodDidWithItsStreams) {
+    constexpr TerminationId kThird(0x0043, 2, 1);
+    const Testing::ManualPeer third(link, orb, kThird);
+    for (const bool refuses : {false, true}) {
+        Thing thing("thing", [&](unsigned, unsigned, TipprmiStream &request, TipprmiStream &response) {
+            TipprmiStream on(orb.allocateRequest(100), true);
+            on << 1U << true << 1U << 1U;
+            EXPECT_TRUE(orb.forwardMsg(orb.convertId(kThird), true, on, response));
+            request = TipprmiStream(response.msg(), false);
+            return !refuses;
+        });
+        peer.send(peer.call(thing.getInternalOID(), true, 0x51, 7, 0x12300042));
+        const AddressedMessage asked = peer.next();
+        EXPECT_EQ(kThird, asked.destination());
+        third.respond(asked, [](TipprmiStream &body) { body << 0xAAU; });
+        EXPECT_EQ(refuses ? kFailure : "00 00 00 AA", answer());
+        EXPECT_EQ(0x12300042U, last.transactionId());
+        EXPECT_EQ(Message::tPayld, last.type());
+        EXPECT_EQ(Message::kResp, last.kind());
+        EXPECT_EQ(orb.termId(), last.originator());
+        EXPECT_EQ(kPeer, last.destination());
+    }
+}
+
 TEST_F(DispatchTest, AMethodThatRefusesLeavesNothingOfWhatItWrote) {
     Thing thing("thing", &writeAndRefuse);
     peer.send(peer.call(thing.getInternalOID(), true, 1, 1));
@@ -145,6 +170,9 @@ TEST_F(DispatchTest, TheBodyDecidesAboutTheAnswer) {
     EXPECT_EQ("00 00 00 00 00 00 00 00 00 00 00 01", answer());
     EXPECT_EQ(2U, last.transactionId());
     EXPECT_TRUE(eventually([&] { return thing.calls == 2; }));
+    peer.send(peer.call(thing.getInternalOID(), true, 1, 1, 3)); // what the first might have sent would be before it
+    answer();
+    EXPECT_EQ(3U, last.transactionId());
     EXPECT_TRUE(link.takeIssued().empty());
 }
 
@@ -154,6 +182,10 @@ TEST_F(DispatchTest, ATruncatedCallIsOneWayToNobody) {
     call.marshall(bytes, 3);
     peer.send(call);
     EXPECT_TRUE(log.waitFor(3, "ioid=0x0,transaction=false,classCode=0x0,methodCode=0", kSource));
+    Thing thing("thing", &addOne);
+    peer.send(peer.call(thing.getInternalOID(), true, 1, 1, 2)); // an answer to the first would be before it
+    answer();
+    EXPECT_EQ(2U, last.transactionId());
     EXPECT_TRUE(link.takeIssued().empty());
 }
 

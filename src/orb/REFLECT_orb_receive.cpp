@@ -98,8 +98,7 @@ void TreflectORB::queueMessage(const TreflectMessage &message) {
             return;
         }
         start = queue_->idle == 0;
-        // Who returns from a message looks for the next one; until it gives the run permission up nobody else can work.
-        const bool wake = !start && queue_->messages.empty() && queue_->returning == 0;
+        const bool wake = !start && (queue_->returning != 0 ? MessageQueue::isContended() : queue_->messages.empty());
         if (start) {
             queue_->idle = 1;
         }
@@ -133,11 +132,15 @@ void TreflectORB::startColleague() {
     if (startReflectWorker()) {
         return;
     }
+    bool closed = false;
     {
         QueueLocked lock(*queue_);
         --queue_->idle;
+        closed = queue_->closed;
     }
-    LogDispatch(3, LogMakeString("ORB 0x%08X cannot start a worker", termId().value()), kSource);
+    if (!closed) {
+        LogDispatch(3, LogMakeString("ORB 0x%08X cannot start a worker", termId().value()), kSource);
+    }
 }
 
 bool TreflectORB::startReflectWorker() {

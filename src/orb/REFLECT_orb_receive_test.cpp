@@ -107,7 +107,7 @@ TEST_F(ReceiveTest, AHeaderAloneIsAMessage) {
     EXPECT_EQ(4U, log.count(3, unexpected(0), kSource));
 }
 
-TEST_F(ReceiveTest, AReturnedMessageEndsItsCallAndIsNotChanged) {
+TEST_F(ReceiveTest, AReturnedMessageIsTakenForAResponseAndIsNotChanged) {
     const AddressedMessage message = fromPeer(orb, 16, Message::kReFai); // a reset request that found nobody
     EXPECT_TRUE(orb.receiveError(message));
     EXPECT_EQ(1U, log.count(3, unexpected(0), kSource));

@@ -88,7 +88,7 @@ bool TreflectORB::isComplete(const TipprmiStream &request) const {
 }
 
 void TreflectORB::answer(const TreflectMessage &request, TipprmiStream &response) const {
-    if (!respond(request, response)) {
+    if (!respond(request.originator(), response)) {
         LogDispatch(3, "Sending response message failed rc=0", kSource);
     }
 }

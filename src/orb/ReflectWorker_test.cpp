@@ -190,12 +190,13 @@ void fillUp(const FreshBroker &fresh) {
 SCENARIO(runsThrough) {
     FreshBroker fresh;
     fillUp(fresh);
-    {
-        const TreflectHandlerState state(true);
-        fresh.send(100, 0);
-        SCENARIO_CHECK(fresh.doorman.inside == 0);
-    }
-    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 100; }));
+    fresh.doorman.act = [&] {
+        for (int i = 0; i < 100; ++i) {
+            fresh.bring(fresh.doorman);
+        }
+    };
+    fresh.send(1, 2);
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 101; }));
     const TreflectHandlerState state(true);
     SCENARIO_CHECK(fresh.doorman.threads.size() == 1);
 }
@@ -208,6 +209,55 @@ TEST(ReflectWorkerTest, MethodsThatDoNotWaitAreRunByOne) {
 // Idle workers look by themselves every ten seconds: what rests on that is found by doing it more often than the
 // scenario's time allows.
 constexpr int kRounds = 15;
+
+/** Where others want the run permission, each worker that waits for it has its turn among them. */
+SCENARIO(contended) {
+    FreshBroker fresh;
+    fillUp(fresh);
+    const auto waiting = [] { return handlerThreads()->waitingForPermission(); };
+    for (int round = 0; round < kRounds; ++round) {
+        Doorman doorman;
+        const TreflectHandlerState state(true);
+        for (unsigned i = 1; i <= 3; ++i) {
+            fresh.bring(doorman);
+            SCENARIO_CHECK(eventually([&] { return waiting() == i; }));
+        }
+        const TreflectReleaseHandlerState released;
+        SCENARIO_CHECK(eventually([&] { return doorman.done == 3; }));
+    }
+}
+
+/** Likewise for what is there already when others begin to want the permission. */
+SCENARIO(contendedLater) {
+    FreshBroker fresh;
+    fillUp(fresh);
+    const auto waiting = [] { return handlerThreads()->waitingForPermission(); };
+    for (int round = 0; round < kRounds; ++round) {
+        Doorman doorman;
+        std::atomic<bool> brought{false};
+        doorman.act = [&] {
+            for (int i = 0; i < 3; ++i) {
+                fresh.bring(doorman);
+            }
+            brought = true;
+            SCENARIO_CHECK(eventually([&] { return waiting() == 1; })); // for the test's thread
+        };
+        fresh.send(doorman, 1, 2);
+        SCENARIO_CHECK(eventually([&] { return brought.load(); }));
+        const TreflectHandlerState state(true);
+        SCENARIO_CHECK(doorman.done == 1);
+        SCENARIO_CHECK(eventually([&] { return waiting() == 3; }));
+        const TreflectReleaseHandlerState released;
+        SCENARIO_CHECK(eventually([&] { return doorman.done == 4; }));
+    }
+}
+
+TEST(ReflectWorkerTest, WhereOthersWantThePermissionAllThatAreIdleTakePart) {
+    for (const char *scenario : {"contended", "contendedLater"}) {
+        const Testing::ProcessResult result = Testing::runScenario(scenario, {}, 100);
+        EXPECT_EQ(0, result.exitStatus) << result.output;
+    }
+}
 
 /** What came in during a method waits for its worker; if that waits itself, an idle one takes over. */
 SCENARIO(waitsInTheMiddle) {
@@ -227,7 +277,7 @@ SCENARIO(waitsInTheMiddle) {
         SCENARIO_CHECK(eventually([&] { return doorman.done == 6; }));
         const TreflectHandlerState state(true);
         SCENARIO_CHECK(takenOver);
-        SCENARIO_CHECK(doorman.threads.size() == 2);
+        SCENARIO_CHECK(doorman.threads.size() >= 2);
     }
 }
 

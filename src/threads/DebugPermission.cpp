@@ -31,6 +31,7 @@ struct DebugPermission<Debugging_t<1>>::Waiter {
     ~Waiter() { pthread_cond_destroy(&woken); }
 
     DebugPermission &permission;
+    const bool hasHook = ReleaseHook::isSet();
     pthread_cond_t woken = PTHREAD_COND_INITIALIZER;
     Waiter *next = nullptr;
     // Known once it is the head of the queue.
@@ -65,7 +66,7 @@ bool DebugPermission<Debugging_t<1>>::tryGet() {
                                        std::memory_order_relaxed)) {
         return false;
     }
-    ownerTid_.store(OSWrap::Thread::getCurrentTid(), std::memory_order_relaxed);
+    becomeOwner();
     LockAudit::assertNoPlainLock("the run permission is taken while a plain lock is held");
     lockCounted(false);
     return true;
@@ -98,6 +99,7 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
     queueLock_.lock();
     (tail_ != nullptr ? tail_->next : head_) = &self;
     tail_ = &self;
+    otherWaiters_.fetch_add(self.hasHook ? 0 : 1, std::memory_order_relaxed);
     word_.fetch_or(kQueued, std::memory_order_acquire); // from here on the permission goes through the queue
     if (head_ == &self) {
         becomeHead(self);
@@ -131,8 +133,13 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
 void DebugPermission<Debugging_t<1>>::takeTurn(Waiter &waiter) {
     const unsigned long self = OSWrap::Thread::getCurrentId();
     word_.store(self | kQueued, std::memory_order_relaxed);
-    ownerTid_.store(OSWrap::Thread::getCurrentTid(), std::memory_order_relaxed);
+    becomeOwner();
     unlink(waiter);
+}
+
+void DebugPermission<Debugging_t<1>>::becomeOwner() {
+    ownerTid_.store(OSWrap::Thread::getCurrentTid(), std::memory_order_relaxed);
+    ownerHasHook_.store(ReleaseHook::isSet(), std::memory_order_relaxed);
 }
 
 /** Called with the queue's lock, which is given up meanwhile: a log that is slow must not delay the owner's release. */
@@ -178,6 +185,7 @@ void DebugPermission<Debugging_t<1>>::unlink(Waiter &waiter) {
         return;
     }
     (before != nullptr ? before->next : head_) = waiter.next;
+    otherWaiters_.fetch_sub(waiter.hasHook ? 0 : 1, std::memory_order_relaxed);
     if (tail_ == &waiter) {
         tail_ = before;
     }

@@ -36,6 +36,11 @@ public:
     unsigned count() const noexcept { return mutex_.count(); }
     /** Threads in the queue. */
     unsigned waiting() const;
+    /** Whether a thread without ReleaseHook has it or waits for it, a snapshot. */
+    bool hasOtherClaims() const noexcept {
+        return otherWaiters_.load(std::memory_order_relaxed) != 0 ||
+               (owner() != 0 && !ownerHasHook_.load(std::memory_order_relaxed));
+    }
     /** How many times a waiting thread was woken so far. */
     unsigned long wakeUps() const noexcept { return wakeUps_.load(std::memory_order_relaxed); }
 
@@ -46,6 +51,7 @@ private:
     static constexpr unsigned long kQueued = 1;
 
     void waitForTurn();
+    void becomeOwner();
     void takeTurn(Waiter &waiter) RB_REQUIRES(queueLock_);
     void passOn();
     bool myTurn(const Waiter &waiter) const RB_REQUIRES(queueLock_);
@@ -61,6 +67,8 @@ private:
     // exchanging the word; with it only under the queue's lock, as are changes of the bit itself.
     std::atomic<unsigned long> word_{0};
     std::atomic<int> ownerTid_{0}; // for reports; 0 until the owner has said it
+    std::atomic<bool> ownerHasHook_{false};
+    std::atomic<unsigned> otherWaiters_{0};
     mutable Platform::NativeLock queueLock_;
     Waiter *head_ RB_GUARDED_BY(queueLock_) = nullptr;
     Waiter *tail_ RB_GUARDED_BY(queueLock_) = nullptr;

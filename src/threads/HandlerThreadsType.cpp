@@ -108,6 +108,11 @@ unsigned long getRunPermissionOwner() {
     return threads != nullptr ? threads->getPermissionOwner() : 0;
 }
 
+bool hasOtherRunPermissionClaims() {
+    HandlerThreadsType *threads = handlerThreads();
+    return threads != nullptr && threads->hasOtherClaims();
+}
+
 void releaseRunPermissionWhileHeld() {
     if (HandlerThreadsType *threads = handlerThreads()) {
         threads->releaseWhileHeld();

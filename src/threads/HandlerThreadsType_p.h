@@ -20,6 +20,8 @@ void releaseRunPermission();
 bool hasRunPermission();
 unsigned getRunPermissionCount();
 unsigned long getRunPermissionOwner();
+/** Whether a thread without ReleaseHook has the permission or waits for it, a snapshot. */
+bool hasOtherRunPermissionClaims();
 /** Gives up all levels, for a thread that is about to end the process or to join others. */
 void releaseRunPermissionWhileHeld();
 /** Puts back silently the level that a nested holder gave up before it blocked. */

@@ -52,6 +52,7 @@ public:
     void releaseWhileHeld();
     unsigned getPermissionCount() const noexcept { return permission_.count(); }
     unsigned long getPermissionOwner() const noexcept { return permission_.owner(); }
+    bool hasOtherClaims() const noexcept { return permission_.hasOtherClaims(); }
     unsigned waitingForPermission() const { return permission_.waiting(); }
     unsigned long wakeUps() const noexcept { return permission_.wakeUps(); }
 

@@ -15,8 +15,12 @@ void ReleaseHook::set(Function function, void *argument) noexcept {
     own = {function, argument};
 }
 
+bool ReleaseHook::isSet() noexcept {
+    return own.function != nullptr;
+}
+
 bool ReleaseHook::clear() noexcept {
-    const bool was = own.function != nullptr;
+    const bool was = isSet();
     own.function = nullptr;
     return was;
 }

@@ -10,7 +10,9 @@ public:
 
     /** For the calling thread, in the place of what was set before. */
     static void set(Function function, void *argument) noexcept;
-    /** Whether one was set that has not run. */
+    /** Whether one is set that has not run. */
+    static bool isSet() noexcept;
+    /** Returns what isSet() did before. */
     static bool clear() noexcept;
     /** For the run permission alone. */
     static void run();
