@@ -4,6 +4,7 @@
 #include "orb/REFLECT_orb.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
 #include "threads/HandlerThreadsType_p.h"
@@ -232,6 +233,27 @@ TEST_F(OrbObserverTest, WhoLeavesFromElsewhereWaitsForItsCallback) {
     thread.join();
     EXPECT_FALSE(leftTooEarly);
     EXPECT_EQ("42:1", watcher.told());
+}
+
+TEST_F(OrbObserverTest, WithoutMemoryNobodySubscribesAndNothingIsTold) {
+    Watcher watcher;
+    Watcher there;
+    observer.subscribe(&there, 1, false);
+    bool subscribed = true;
+    bool more = false;
+    bool queued = true;
+    {
+        const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+        subscribed = observer.subscribe(&watcher, 1, false);
+        more = observer.subscribe(&there, 2, false);
+        queued = observer.notify(kPeer, 1);
+    }
+    EXPECT_FALSE(subscribed);
+    EXPECT_TRUE(more) << "it has a place";
+    EXPECT_FALSE(queued);
+    EXPECT_TRUE(observer.notify(kForeign, 2));
+    EXPECT_TRUE(there.willBeTold("50:2"));
+    EXPECT_EQ("", watcher.told());
 }
 
 TEST_F(OrbObserverTest, WhoIsDestroyedIsForgotten) {
