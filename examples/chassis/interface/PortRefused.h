@@ -14,8 +14,3 @@ struct PortRefused {
 
 TipprmiStream &operator<<(TipprmiStream &stream, const PortRefused &refused);
 TipprmiStream &operator>>(TipprmiStream &stream, PortRefused &refused);
-
-/** For clients: whether it is this exception, which is then copied. */
-inline bool caught(TipprmiExceptionContainer &raised, PortRefused &refused) {
-    return raised.holds(refused);
-}

@@ -10,7 +10,7 @@ namespace {
 
 int reportRefusal(const std::string &path, TipprmiExceptionContainer &raised) {
     PortRefused why;
-    if (!caught(raised, why)) {
+    if (!raised.holds(why)) {
         return fail(refused, path + ": its actor has ended meanwhile. 'portctl tree' shows what is there");
     }
     const bool privileges = why.code == EPERM || why.code == EACCES;
