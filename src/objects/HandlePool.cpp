@@ -1,9 +1,11 @@
 #include "objects/HandlePool_p.h"
 
 #include "objects/REFLECT_object.h"
+#include "platform/Lock.h"
+#include "platform/Mutex.h"
+#include "platform/ThreadAnnotations.h"
 
 #include <new>
-#include <pthread.h>
 
 namespace {
 
@@ -15,11 +17,19 @@ struct Cell {
 static_assert(sizeof(void *) != 4 || sizeof(Cell) == 12, "three words where words have 32 bits");
 
 // Threads that do not have the run permission destroy handles, too. Static objects may be the first to ask.
-pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-Cell *freeCells = nullptr;
-unsigned blockCount = 0;
+union ImmortalMutex {
+    constexpr ImmortalMutex() : mutex() {}
+    ~ImmortalMutex() {}
+    OSWrap::Mutex mutex;
+};
+ImmortalMutex immortal;
+OSWrap::Mutex &lock = immortal.mutex;
+using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
-bool addBlock() noexcept {
+Cell *freeCells RB_GUARDED_BY(lock) = nullptr;
+unsigned blockCount RB_GUARDED_BY(lock) = 0;
+
+bool addBlock() noexcept RB_REQUIRES(lock) {
     auto *const block = new (std::nothrow) Cell[HandlePool::kCellsOfBlock];
     if (block == nullptr) {
         return false;
@@ -35,26 +45,22 @@ bool addBlock() noexcept {
 } // namespace
 
 void *HandlePool::take() noexcept {
-    pthread_mutex_lock(&lock);
+    Locked locked(lock);
     Cell *const cell = freeCells != nullptr || addBlock() ? freeCells : nullptr;
     if (cell != nullptr) {
         freeCells = cell->next;
     }
-    pthread_mutex_unlock(&lock);
     return cell;
 }
 
 void HandlePool::giveBack(void *pointer) noexcept {
     auto *const cell = static_cast<Cell *>(pointer);
-    pthread_mutex_lock(&lock);
+    Locked locked(lock);
     cell->next = freeCells;
     freeCells = cell;
-    pthread_mutex_unlock(&lock);
 }
 
 unsigned HandlePool::blocks() noexcept {
-    pthread_mutex_lock(&lock);
-    const unsigned count = blockCount;
-    pthread_mutex_unlock(&lock);
-    return count;
+    Locked locked(lock);
+    return blockCount;
 }

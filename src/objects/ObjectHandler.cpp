@@ -1,7 +1,7 @@
 #include "objects/ObjectHandler.h"
 
 #include "objects/Locate_p.h"
-#include "threads/HandlerState.h"
+#include "threads/PartingState_p.h"
 
 #include <algorithm>
 #include <memory>
@@ -100,8 +100,8 @@ void TreflectObjectHandler::releaseStub(TreflectObjectStub *stub) {
     if (stub == nullptr) {
         return;
     }
-    TreflectHandlerState state(true);
-    if (stub->decRefCount() && stub != &invalidStub_) {
+    const PartingState state;
+    if (state.hasPermission() && stub->decRefCount() && stub != &invalidStub_) {
         forgetServer(*stub);
         stubs_.erase(stub);
         delete stub;

@@ -31,9 +31,7 @@ TreflectObject &TreflectObject::operator=(const TreflectObject &other) {
 
 TreflectObject::~TreflectObject() {
     exchangeStub(nullptr);
-    if (TreflectTieds *tieds = TreflectTieds::instance()) {
-        tieds->destroyTieds(this);
-    }
+    TreflectTieds::destroyTieds(this);
 }
 
 void TreflectObject::exchangeStub(TreflectObjectStub *stub) {

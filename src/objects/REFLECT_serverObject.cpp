@@ -5,14 +5,14 @@
 #include "observation/REFLECT_ObserverClient.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
+#include "platform/Cancellation.h"
 #include "platform/Log.h"
 #include "reflection/REFLECT_metaObject.h"
-#include "threads/HandlerState.h"
+#include "threads/PartingState_p.h"
 
 #include <exception>
 #include <new>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -27,27 +27,41 @@ bool complete(const TipprmiStream &request, unsigned cc, unsigned mc) {
     return true;
 }
 
+/** Empty without memory. */
+std::string upToZeroByte(const std::string &name) noexcept {
+    try {
+        return name.c_str();
+    } catch (const std::bad_alloc &) {
+        LogDispatch(3, "no memory for the name of an object", kSource);
+        return std::string();
+    }
+}
+
 } // namespace
 
 TreflectServerObject::TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
-    : TipprmiObjectSkeleton(nullptr, oid), name_(name.c_str()) {
+    : TipprmiObjectSkeleton(nullptr, oid), name_(upToZeroByte(name)) {
     dropClient_();
     if (parent == nullptr) {
         return;
     }
     parent_ = *parent;
     if (const TreflectObject *client = getClient()) {
-        parent_.registerChild(name, *client);
+        parent_.registerChild(objectName(), *client);
     }
 }
 
+/** Not a cancellation point, though it may wait for the parent's answer: it may not be left half done. */
 TreflectServerObject::~TreflectServerObject() {
-    TreflectHandlerState state(true);
-    if (parent_.isConnected()) {
+    const OSWrap::DisableCancelStateGuard uncancelled;
+    const PartingState state;
+    if (state.hasPermission() && parent_.isConnected()) {
         parent_.unregisterChild(objectName()); // the object still answers meanwhile
     }
     unregister_();
-    TreflectORB::forget(*this);
+    if (state.hasPermission()) {
+        TreflectORB::forget(*this);
+    }
     children_.reset();
 }
 
@@ -75,7 +89,7 @@ TreflectObject TreflectServerObject::getChild(const std::string &name) const {
     return TreflectObject();
 }
 
-// Copying a handle may block, to look up an object that was not found before; the children may change meanwhile.
+/** Copying a handle may block, to look up an object that was not found before; the children may change meanwhile. */
 
 TipprmiSequence<TreflectObject> TreflectServerObject::getChilds() const {
     TipprmiSequence<TreflectObject> childs;
@@ -83,14 +97,20 @@ TipprmiSequence<TreflectObject> TreflectServerObject::getChilds() const {
         return childs;
     }
     try {
-        std::vector<std::string> names;
-        for (const auto &entry : *children_) {
-            names.push_back(entry.first);
+        childs.setLength(static_cast<unsigned>(children_->size()));
+        unsigned count = 0;
+        for (auto child = children_->begin(); child != children_->end();) {
+            const std::string name = child->first;
+            if (count == childs.getLength()) {
+                childs.setLength(count + 1);
+            }
+            if (count == childs.getLength()) {
+                throw std::bad_alloc();
+            }
+            childs[count++] = child->second;
+            child = children_->upper_bound(name);
         }
-        childs.setLength(static_cast<unsigned>(names.size()));
-        for (unsigned i = 0; i < childs.getLength(); ++i) {
-            childs[i] = getChild(names[i]);
-        }
+        childs.setLength(count);
     } catch (const std::exception &) {
         LogDispatch(3, LogMakeString("no memory for the children of \"%s\"", objectName()), kSource);
     }
@@ -141,16 +161,18 @@ const TreflectMetaObject *TreflectServerObject::eventClass(const TreflectMetaObj
 void TreflectServerObject::sendCreationEvent(const TreflectMetaObject *meta) const {
     TreflectHandlerState state(true);
     meta = eventClass(meta);
-    if (meta != nullptr && SingletonInstances::holds(getORB())) {
-        getORB()->notifyCreation(meta->getClassId(), *this);
+    const SingletonInstances::Pin orb(getORB());
+    if (meta != nullptr && orb.get() != nullptr) {
+        orb.get()->notifyCreation(meta->getClassId(), *this);
     }
 }
 
 void TreflectServerObject::sendDeletionEvent(const TreflectMetaObject *meta) const {
     TreflectHandlerState state(true);
     meta = eventClass(meta);
-    if (meta != nullptr && SingletonInstances::holds(getORB())) {
-        getORB()->notifyDeletion(meta->getClassId(), *this);
+    const SingletonInstances::Pin orb(getORB());
+    if (meta != nullptr && orb.get() != nullptr) {
+        orb.get()->notifyDeletion(meta->getClassId(), *this);
     }
 }
 
@@ -193,8 +215,13 @@ bool TreflectServerObject::dispatch(bool transaction, unsigned cc, unsigned mc, 
     if (method == nullptr) {
         return TipprmiObjectSkeleton::dispatch(transaction, cc, mc, request, response);
     }
-    (this->*method)(cc, mc, request, response);
-    return true;
+    try {
+        (this->*method)(cc, mc, request, response);
+        return true;
+    } catch (const std::bad_alloc &) {
+        LogDispatch(3, LogMakeString("no memory for method %u of \"%s\"", mc, objectName()), kSource);
+        return false;
+    }
 }
 
 void TreflectServerObject::answerRegisterObserver(unsigned cc, unsigned mc, TipprmiStream &request,
@@ -227,8 +254,9 @@ void TreflectServerObject::answerAbsName(unsigned, unsigned, TipprmiStream &, Ti
 }
 
 void TreflectServerObject::answerRelName(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {
+    const std::string name = getRelName();
     prepareResponseStream_(response);
-    response << getRelName();
+    response << name;
 }
 
 void TreflectServerObject::answerParent(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {

@@ -109,6 +109,7 @@ TreflectOrbObserver::Observers::iterator TreflectOrbObserver::obsFind(const Tref
 }
 
 void TreflectOrbObserver::notifyExistingOrbs(TreflectOrbObserverIf *observer) {
+    SingletonInstances::Inside inside; // as in deliver()
     for (const Transport::TerminationPtr &termination : Transport::TransportLayer::getTerminations()) {
         observer->orbAppearance(termination->termId(), TreflectOrbObserverIf::appear);
     }

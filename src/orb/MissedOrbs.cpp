@@ -2,6 +2,7 @@
 
 #include "objects/REFLECT_object.h"
 #include "orb/REFLECT_orb.h"
+#include "orb/SingletonInstances_p.h"
 #include "orb/TellObserver_p.h"
 #include "platform/Lock.h"
 #include "platform/TransportLayer.h"
@@ -17,9 +18,10 @@ using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
 void TreflectMissedOrbs::start(const std::list<Transport::TerminationId> &members) {
     std::set<TreflectOrbId> expected;
-    if (const TreflectORB *orb = TreflectORB::getInstance(NamespaceId(1))) {
+    const SingletonInstances::Pin orb(NamespaceId(1));
+    if (orb.get() != nullptr) {
         for (const Transport::TerminationId &member : members) {
-            expected.insert(orb->convertId(member));
+            expected.insert(orb.get()->convertId(member));
         }
     }
     Locked lock(lock_);
@@ -46,7 +48,8 @@ void TreflectMissedOrbs::notify(unsigned cc, TreflectObserver &observer, bool pl
         missed = missed_;
     }
     TreflectHandlerState state(true);
-    TreflectORB *const own = TreflectORB::getInstance(NamespaceId(1));
+    const SingletonInstances::Pin pinned(NamespaceId(1));
+    TreflectORB *const own = pinned.get();
     for (const TreflectOrbId &orb : missed) {
         if (own == nullptr) {
             return;

@@ -8,7 +8,7 @@
 #include "orb/TellObserver_p.h"
 #include "platform/Log.h"
 #include "platform/TransportLayer.h"
-#include "threads/HandlerState.h"
+#include "threads/PartingState_p.h"
 
 #include <algorithm>
 #include <exception>
@@ -260,7 +260,10 @@ void TreflectORB::removeObserver(const Event &event, unsigned cc, TreflectObserv
 }
 
 void TreflectORB::forget(TreflectObserver &observer) {
-    TreflectHandlerState state(true);
+    const PartingState state;
+    if (!state.hasPermission()) {
+        return;
+    }
     SingletonInstances::forEach([&observer](TreflectORB &orb) {
         for (const auto &entry : orb.metaData_) {
             for (const Event *event : {&kCreation, &kDeletion}) {

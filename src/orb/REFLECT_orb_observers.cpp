@@ -1,4 +1,5 @@
 #include "observation/REFLECT_OrbObserver.h"
+#include "orb/Counted_p.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
 #include "platform/Environment_p.h"
@@ -7,16 +8,19 @@
 // Without the run permission: the thread that tells the observers may be waiting for it.
 
 void TreflectORB::registerOrbCreation(TreflectOrbObserverIf *observer, bool notifyExisting) {
+    const Counted inside(callers_);
     TreflectReleaseHandlerState released;
     orbObserver_->subscribe(observer, TreflectOrbObserverIf::appear, notifyExisting);
 }
 
 void TreflectORB::registerOrbDeletion(TreflectOrbObserverIf *observer) {
+    const Counted inside(callers_);
     TreflectReleaseHandlerState released;
     orbObserver_->subscribe(observer, TreflectOrbObserverIf::disappear, false);
 }
 
 void TreflectORB::unregisterOrbNotifications(TreflectOrbObserverIf *observer) {
+    const Counted inside(callers_);
     TreflectReleaseHandlerState released;
     orbObserver_->unsubscribe(observer);
 }

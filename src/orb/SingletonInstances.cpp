@@ -7,7 +7,10 @@
 #include "platform/Lock.h"
 #include "platform/Log.h"
 #include "platform/Thread.h"
+#include "platform/transport/LayerCore_p.h"
+#include "reflection/REFLECT_tieds.h"
 #include "threads/HandlerThreadsType_p.h"
+#include "threads/PartingState_p.h"
 
 #include <cstdlib>
 #include <exception>
@@ -62,15 +65,6 @@ bool SingletonInstances::inForkedChild() {
     return true;
 }
 
-bool SingletonInstances::holds(const TreflectORB *orb) noexcept {
-    for (const Slot &slot : slots_) {
-        if (slot.orb.load(std::memory_order_acquire) == orb) {
-            return orb != nullptr;
-        }
-    }
-    return false;
-}
-
 TreflectORB *SingletonInstances::create(NamespaceId ns) {
     const unsigned long self = OSWrap::Thread::getCurrentId();
     if (creator_.load() == self) {
@@ -88,6 +82,7 @@ TreflectORB *SingletonInstances::create(NamespaceId ns) {
     creator_ = self;
     if (!removerRegistered_) {
         removerRegistered_ = true;
+        TreflectTieds::instance(); // made before, so destroyed after the brokers, from which its users return first
         SingletonInstancesRemover::registerAtExit();
     }
     orb = build(ns);
@@ -120,22 +115,36 @@ void SingletonInstances::begin(TreflectORB &orb) noexcept {
     }
 }
 
-SingletonInstances::Pin::Pin(NamespaceId ns) : ns_(ns) {
-    if (SingletonInstances::get(ns) == nullptr) {
-        return;
+SingletonInstances::Pin::Pin(NamespaceId ns) {
+    if (SingletonInstances::get(ns) != nullptr) {
+        take(slots_[ns]);
     }
-    // First count, then look; the remover first clears, then waits for the count: one of the two sees the other.
-    Slot &slot = slots_[ns_];
-    slot.pins.fetch_add(1);
-    orb_ = slot.orb.load();
-    if (orb_ == nullptr) {
-        slot.pins.fetch_sub(1);
+}
+
+SingletonInstances::Pin::Pin(const TreflectORB *orb) noexcept {
+    for (Slot &slot : slots_) {
+        if (orb == nullptr || slot.orb.load(std::memory_order_acquire) != orb) {
+            continue;
+        }
+        take(slot);
+        return;
     }
 }
 
 SingletonInstances::Pin::~Pin() {
+    if (slot_ != nullptr) {
+        slot_->pins.fetch_sub(1);
+    }
+}
+
+/** First count, then look; the remover first clears, then waits for the count: one of the two sees the other. */
+void SingletonInstances::Pin::take(Slot &slot) noexcept {
+    slot.pins.fetch_add(1);
+    orb_ = slot.orb.load();
     if (orb_ != nullptr) {
-        slots_[ns_].pins.fetch_sub(1);
+        slot_ = &slot;
+    } else {
+        slot.pins.fetch_sub(1);
     }
 }
 
@@ -145,9 +154,12 @@ void SingletonInstancesRemover::registerAtExit() {
 
 void SingletonInstancesRemover::remove() {
     const unsigned long self = OSWrap::Thread::getCurrentId();
-    // The child of a fork has none of the threads; a creation that calls exit() holds the lock.
-    if (Platform::inForkedChild() || SingletonInstances::creator_.load() == self) {
-        return;
+    if (Platform::inForkedChild()) {
+        return; // it has none of the threads
+    }
+    ThreadEnd::begin();
+    if (SingletonInstances::creator_.load() == self) {
+        return; // a creation that calls exit() holds the lock
     }
     OSWrap::DisableCancelStateGuard uncancelled;
     // Threads that have to leave the brokers may be waiting for the permission, whatever the depth at which it is held.
@@ -176,9 +188,11 @@ bool SingletonInstancesRemover::removeOne(SingletonInstances::Slot &slot) {
     orb->endPendingRequests();
     orb->closeQueue();
     orb->orbObserver_->close();
-    orb->stop();
+    // Not its stop(), which waits as long as it takes: what an observer is told there may never return.
+    const OSWrap::TimeSpec end = OSWrap::Clock::getObsTime() + kDrainLimit;
+    const bool stopped = Transport::LayerCore::instance().stop(*orb, kDrainLimit);
     slot.orb.store(nullptr);
-    if (SingletonInstances::Inside::thisThread() || !drained(slot, *orb)) {
+    if (SingletonInstances::Inside::thisThread() || !stopped || !drained(slot, *orb, end)) {
         slot.leaked = orb;
         return false;
     }
@@ -186,10 +200,10 @@ bool SingletonInstancesRemover::removeOne(SingletonInstances::Slot &slot) {
     return true;
 }
 
-bool SingletonInstancesRemover::drained(const SingletonInstances::Slot &slot, const TreflectORB &orb) {
-    const OSWrap::TimeSpec limit = OSWrap::Clock::getObsTime() + kDrainLimit;
+bool SingletonInstancesRemover::drained(const SingletonInstances::Slot &slot, const TreflectORB &orb,
+                                        const OSWrap::TimeSpec &end) {
     while (slot.pins.load() != 0 || !orb.isLeft()) {
-        if (OSWrap::Clock::getObsTime() > limit) {
+        if (OSWrap::Clock::getObsTime() > end) {
             return false;
         }
         OSWrap::Thread::sleep(kDrainStep);

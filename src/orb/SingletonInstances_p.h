@@ -3,6 +3,7 @@
 #include "orb/NamespaceId.h"
 #include "platform/Mutex.h"
 #include "platform/ThreadAnnotations.h"
+#include "platform/TimeSpec.h"
 
 #include <array>
 #include <atomic>
@@ -14,13 +15,13 @@ class TreflectORB;
  * Usable before main() and until the process is gone.
  */
 class SingletonInstances {
+    struct Slot;
+
 public:
     static constexpr unsigned kNamespaces = 256;
 
     /** See TreflectORB::getInstance(). */
     static TreflectORB *get(NamespaceId ns);
-    /** Whether this is one of the brokers, which it is no more once it was removed. */
-    static bool holds(const TreflectORB *orb) noexcept;
 
     /** Whether this is a child of fork(), where nothing works; says so in the log, once. */
     static bool inForkedChild();
@@ -48,6 +49,8 @@ public:
     class Pin {
     public:
         explicit Pin(NamespaceId ns);
+        /** Of a broker that may be gone already. Makes none. */
+        explicit Pin(const TreflectORB *orb) noexcept;
         ~Pin();
         Pin(const Pin &) = delete;
         Pin &operator=(const Pin &) = delete;
@@ -56,7 +59,9 @@ public:
         TreflectORB *get() const noexcept { return orb_; }
 
     private:
-        const unsigned ns_;
+        void take(Slot &slot) noexcept;
+
+        Slot *slot_ = nullptr;
         TreflectORB *orb_ = nullptr;
     };
 
@@ -103,5 +108,5 @@ public:
 private:
     /** False: it was still in use. */
     static bool removeOne(SingletonInstances::Slot &slot);
-    static bool drained(const SingletonInstances::Slot &slot, const TreflectORB &orb);
+    static bool drained(const SingletonInstances::Slot &slot, const TreflectORB &orb, const OSWrap::TimeSpec &end);
 };

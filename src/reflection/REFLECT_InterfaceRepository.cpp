@@ -3,8 +3,12 @@
 #include "platform/Lock.h"
 #include "platform/Log.h"
 #include "reflection/REFLECT_metaObject.h"
+#include "threads/HandlerState.h"
 
+#include <atomic>
 #include <exception>
+#include <new>
+#include <pthread.h>
 
 namespace {
 
@@ -14,8 +18,21 @@ using Locked = OSWrap::Lock<OSWrap::Mutex>;
 } // namespace
 
 InterfaceRepository *InterfaceRepository::instance() {
-    static InterfaceRepository *const repository = new InterfaceRepository; // meta objects of static life still use it
-    return repository;
+    static pthread_mutex_t creation = PTHREAD_MUTEX_INITIALIZER;
+    alignas(InterfaceRepository) static unsigned char memory[sizeof(InterfaceRepository)];
+    static std::atomic<InterfaceRepository *> repository{nullptr};
+
+    InterfaceRepository *existing = repository.load(std::memory_order_acquire);
+    if (existing == nullptr) {
+        pthread_mutex_lock(&creation);
+        existing = repository.load(std::memory_order_relaxed);
+        if (existing == nullptr) {
+            existing = new (memory) InterfaceRepository;
+            repository.store(existing, std::memory_order_release);
+        }
+        pthread_mutex_unlock(&creation);
+    }
+    return existing;
 }
 
 bool InterfaceRepository::registerInterface(TreflectMetaObject *meta) {
@@ -53,6 +70,7 @@ TreflectMetaObject *InterfaceRepository::findInterface(unsigned classId) const {
                     kSource);
         return nullptr;
     }
+    TreflectHandlerState state(true); // nobody sees it half complete
     found->completeMetaInformation();
     return found;
 }

@@ -21,7 +21,8 @@ public:
     bool registerInterface(TreflectMetaObject *meta);
     /** Whichever meta object is there under the id. Always true. */
     bool unregisterInterface(TreflectMetaObject *meta);
-    /** Null if there is none. What is found completes its members first, so it must not be destroyed meanwhile. */
+    /** Null if there is none. What is found completes its members first, with the run permission, which this takes for
+     *  the time if need be; it must not be destroyed meanwhile. From every thread. */
     TreflectMetaObject *findInterface(unsigned classId) const;
     /** Ascending; none when memory is short. */
     std::vector<unsigned> getIfIds() const;

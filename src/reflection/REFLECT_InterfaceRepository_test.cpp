@@ -1,9 +1,11 @@
 #include "reflection/REFLECT_InterfaceRepository.h"
 
+#include "orb/REFLECT_orb.h"
 #include "reflection/REFLECT_metaObject.h"
 #include "support/Concurrency.h"
 #include "support/LogCapture.h"
 #include "support/ReflectiveClasses.h"
+#include "threads/HandlerState.h"
 
 #include <gtest/gtest.h>
 
@@ -17,8 +19,12 @@ constexpr char kSource[] = "REFLECT_InterfaceRepository";
 class CountingMeta : public TreflectMetaObject {
 public:
     using TreflectMetaObject::TreflectMetaObject;
-    void completeMetaInformation() override { ++completions; }
+    void completeMetaInformation() override {
+        ++completions;
+        permission = TreflectORB::hasRunPermission();
+    }
     int completions = 0;
+    bool permission = false;
 };
 
 InterfaceRepository &repository() {
@@ -33,6 +39,7 @@ TEST(InterfaceRepository, AnUnknownIdIsReportedInHexadecimal) {
 }
 
 TEST(InterfaceRepository, EachFindCompletesTheClass) {
+    { const TreflectHandlerState first(true); } // what the first one in a process says is not looked at
     const Testing::LogCapture log;
     CountingMeta meta("counting", 0x100);
     EXPECT_EQ(0, meta.completions) << "not by being made";
@@ -40,6 +47,8 @@ TEST(InterfaceRepository, EachFindCompletesTheClass) {
         EXPECT_EQ(&meta, repository().findInterface(0x100));
         EXPECT_EQ(i, meta.completions);
     }
+    EXPECT_TRUE(meta.permission) << "nobody else sees it half complete";
+    EXPECT_FALSE(TreflectORB::isHandlerThread());
     EXPECT_TRUE(log.lines().empty());
 }
 

@@ -4,7 +4,7 @@
 #include "reflection/REFLECT_operation.h"
 #include "rmi/IPPRMI_sequence.h"
 
-#include <memory>
+#include <cstdint>
 #include <string>
 
 class TreflectErrorAttribute;
@@ -16,7 +16,7 @@ class TreflectMetaAttribute;
  */
 class REFLECTORB_API TreflectAttribute {
 public:
-    enum TreflectAttributeType { plain = 0, sequence = 1, array = 2 };
+    enum TreflectAttributeType : std::int32_t { plain = 0, sequence = 1, array = 2 };
     static constexpr int error = 4;
     /** Stand for what does not exist. */
     static TreflectErrorAttribute errorAttribute;

@@ -16,13 +16,12 @@ public:
 
 template <class Handle>
 Handle *TreflectMemberFactory<Handle>::makeTied(const Meta *meta, const TreflectObject *object) {
-    TreflectTieds *const tieds = TreflectTieds::instance();
-    auto *const tied = tieds != nullptr ? new (std::nothrow) Tied(meta, object) : nullptr;
+    auto *const tied = TreflectTieds::instance() != nullptr ? new (std::nothrow) Tied(meta, object) : nullptr;
     if (tied == nullptr) {
         return nullptr;
     }
     const OSWrap::SmartPointer<TreflectTieds::TiedBase> owner(tied);
-    return owner && tieds->adoptTied(object, owner) ? &tied->handle : nullptr;
+    return owner && TreflectTieds::adoptTied(object, owner) ? &tied->handle : nullptr;
 }
 
 template class TreflectMemberFactory<TreflectAttribute>;

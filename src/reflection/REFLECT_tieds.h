@@ -1,18 +1,16 @@
 #pragma once
 
 #include "platform/Export.h"
-#include "platform/Mutex.h"
 #include "platform/SmartPointer.h"
-#include "platform/ThreadAnnotations.h"
 #include "reflection/Singleton.h"
-
-#include <cstddef>
-#include <map>
 
 class TreflectObject;
 
-/** The attribute and operation handles that were made for the handles of objects, each under that handle, with which
- *  they go. One for the process, from first use to its exit. */
+/**
+ * The attribute and operation handles that were made for the handles of objects, each under that handle, with which
+ * they go. One for the process, from first use to its exit. At exit those that are left are destroyed, unless there are
+ * other threads that have called objects and may still use them.
+ */
 class REFLECTORB_API TreflectTieds {
 public:
     class REFLECTORB_API TiedBase {
@@ -31,18 +29,17 @@ public:
     TreflectTieds(const TreflectTieds &) = delete;
     TreflectTieds &operator=(const TreflectTieds &) = delete;
 
-    /** False without memory. */
-    bool adoptTied(const TreflectObject *object, const OSWrap::SmartPointer<TiedBase> &tied);
+    // Static, as handles of objects are destroyed until the last moment of the process, whoever ends it.
+
+    /** False without memory, and once the process has begun to exit. */
+    static bool adoptTied(const TreflectObject *object, const OSWrap::SmartPointer<TiedBase> &tied);
     /** Those of an object's handle. */
-    void destroyTieds(const TreflectObject *object);
+    static void destroyTieds(const TreflectObject *object);
     /** Their number, in a line of the log. */
-    void print() const;
+    static void print();
 
 private:
-    using Tieds = std::multimap<const TreflectObject *, OSWrap::SmartPointer<TiedBase>>;
-
-    mutable OSWrap::Mutex lock_;
-    Tieds tieds_ RB_GUARDED_BY(lock_);
+    struct Registry;
 };
 
 extern template class REFLECTORB_API Afw::Singleton<TreflectTieds>;

@@ -8,6 +8,7 @@
 #include "support/ReflectiveClasses.h"
 #include "support/Scenario.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -205,6 +206,117 @@ SCENARIO(handlesAtExit) {
     std::string text;
     SCENARIO_CHECK(late->attribute("carrier")->attribute("serial")->get(text) == 0);
     SCENARIO_CHECK(TreflectTieds::instance() != nullptr);
+}
+
+/** Of main, which has read attributes of an attribute. */
+void navigate() {
+    PortMeta::instance()->completeMetaInformation();
+    const TreflectHandlerState state(true);
+    auto *const shelf = new EquipmentImpl("shelf");
+    auto *const port = new PortImpl("port");
+    port->carriedBy = TreflectObject(shelf);
+    std::string text;
+    SCENARIO_CHECK(port->getClient()->attribute("carrier")->attribute("serial")->get(text) == 0);
+}
+
+SCENARIO(exitBesidesAHolderOfThePermission) {
+    Transport::FakeLink::install();
+    TreflectORB::getInstance(1);
+    navigate();
+    static Testing::Gate &holds = *new Testing::Gate;
+    static Testing::Gate &never = *new Testing::Gate;
+    new Testing::TestThread([] {
+        const TreflectHandlerState state(true);
+        holds.open();
+        never.pass();
+    });
+    SCENARIO_CHECK(holds.pass());
+    std::exit(3);
+}
+
+TEST(TiedsAtExit, AContainedObjectDoesNotWaitForTheRunPermission) {
+    const Testing::ProcessResult result = Testing::runScenario("exitBesidesAHolderOfThePermission");
+    EXPECT_EQ(3, result.exitStatus) << (result.timedOut ? "timed out\n" : "") << result.output;
+}
+
+void adoptFarewell() {
+    Transport::FakeLink::install();
+    TreflectORB::getInstance(1);
+    const Tied farewell(new Farewell([] {
+        SCENARIO_CHECK(TreflectORB::getInstance(1) == nullptr); // the brokers go first: their threads may use handles
+        std::puts("farewell");
+    }));
+    SCENARIO_CHECK(TreflectTieds::instance()->adoptTied(new TreflectObject, farewell));
+}
+
+SCENARIO(exitOfTheOnlyThread) {
+    adoptFarewell();
+}
+
+SCENARIO(exitAfterOtherThreads) {
+    adoptFarewell();
+    const Testing::TestThread thread([] { const TreflectHandlerState state(true); });
+}
+
+/** It is not in the library at the moment, but may use a handle that it has made. */
+SCENARIO(exitBesidesAnotherThread) {
+    adoptFarewell();
+    static Testing::Gate &made = *new Testing::Gate;
+    static Testing::Gate &never = *new Testing::Gate;
+    new Testing::TestThread([] {
+        { const TreflectHandlerState state(true); }
+        made.open();
+        never.pass();
+    });
+    SCENARIO_CHECK(made.pass());
+}
+
+TEST(TiedsAtExit, HandlesThatNobodyElseCanUseAreDestroyedAfterTheBrokers) {
+    const auto output = [](const char *scenario) {
+        const Testing::ProcessResult result = Testing::runScenario(scenario);
+        EXPECT_EQ(0, result.exitStatus) << result.output;
+        return result.output;
+    };
+    EXPECT_NE(std::string::npos, output("exitOfTheOnlyThread").find("farewell\n"));
+    EXPECT_NE(std::string::npos, output("exitAfterOtherThreads").find("farewell\n"));
+    EXPECT_EQ(std::string::npos, output("exitBesidesAnotherThread").find("farewell\n"));
+}
+
+/** Some threads read attributes, and make and drop handles, until the process is gone. */
+SCENARIO(exitWhileAttributesAreRead) {
+    Transport::FakeLink::install();
+    TreflectORB::getInstance(1);
+    navigate();
+    static std::atomic<unsigned> rounds{0};
+    for (int i = 0; i < 3; ++i) {
+        new Testing::TestThread([] {
+            const TreflectObject *const port = [] {
+                const TreflectHandlerState state(true);
+                return new TreflectObject(TipprmiOID("port", NamespaceId(1)));
+            }();
+            TreflectAttribute *serial = nullptr;
+            for (;;) {
+                const TreflectHandlerState state(true);
+                if (serial == nullptr) {
+                    serial = port->attribute("carrier")->attribute("serial");
+                }
+                std::string text;
+                serial->get(text);
+                const TreflectObject copy(*port);
+                copy.operation("blink");
+                ++rounds;
+            }
+        });
+    }
+    SCENARIO_CHECK(Testing::eventually([] { return rounds > 300; }));
+    std::exit(3);
+}
+
+TEST(TiedsAtExit, OtherThreadsReadAttributesMeanwhile) {
+    for (int round = 0; round < 3; ++round) {
+        const Testing::ProcessResult result = Testing::runScenario("exitWhileAttributesAreRead");
+        EXPECT_EQ(3, result.exitStatus) << (result.timedOut ? "timed out\n" : "") << result.output;
+    }
 }
 
 TEST(TiedsAtExit, HandlesMayOutliveTheRegistry) {

@@ -5,7 +5,7 @@
 #include "orb/SingletonInstances_p.h"
 #include "platform/Log.h"
 #include "rmi/IPPRMI_objectClient.h"
-#include "threads/HandlerState.h"
+#include "threads/PartingState_p.h"
 
 #include <new>
 #include <utility>
@@ -27,9 +27,12 @@ TipprmiObjectSkeleton::TipprmiObjectSkeleton(const TipprmiOID &oid)
 TipprmiObjectSkeleton::TipprmiObjectSkeleton() : TipprmiObjectBase(TipprmiOID(nullptr, NamespaceId(1)), 0) {}
 
 TipprmiObjectSkeleton::~TipprmiObjectSkeleton() {
-    TreflectHandlerState state(true);
+    const PartingState state;
     unregister_();
     orb_ = nullptr;
+    if (!state.hasPermission()) {
+        return;
+    }
     if (TreflectObjectHandler *handler = TreflectObjectHandler::getExisting()) {
         handler->invalidateStubs(this); // clients must not find it any more
     }
@@ -38,8 +41,9 @@ TipprmiObjectSkeleton::~TipprmiObjectSkeleton() {
 
 /** A static object may go after the brokers. */
 void TipprmiObjectSkeleton::unregister_() {
-    if (!unregistered_ && orb_ != nullptr && SingletonInstances::holds(orb_)) {
-        orb_->unregisterObject(this);
+    const SingletonInstances::Pin orb(orb_);
+    if (!unregistered_ && orb.get() != nullptr) {
+        orb.get()->unregisterObject(this);
     }
     unregistered_ = true; // the broker would look for it among all
 }
@@ -67,7 +71,8 @@ void TipprmiObjectSkeleton::connect(TreflectORB *orb, const TipprmiOID &oid) {
             return;
         }
         unregister_();
-        orb_ = orb;
+        const SingletonInstances::Pin pinned(orb);
+        orb_ = pinned.get();
         if (orb_ != nullptr) {
             orb_->registerObject(this);
         }
@@ -87,7 +92,8 @@ TipprmiObjectClient *TipprmiObjectSkeleton::getClient() const {
 
 TreflectOrbId TipprmiObjectSkeleton::orbId() const {
     TreflectHandlerState state(true);
-    return orb_ != nullptr && SingletonInstances::holds(orb_) ? orb_->orbId() : TreflectOrbId();
+    const SingletonInstances::Pin orb(orb_);
+    return orb.get() != nullptr ? orb.get()->orbId() : TreflectOrbId();
 }
 
 void TipprmiObjectSkeleton::setExceptionContainer(const TipprmiExceptionContainer &container) const {

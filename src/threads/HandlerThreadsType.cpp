@@ -1,6 +1,7 @@
 #include "threads/HandlerThreadsType_p.h"
 
 #include "platform/Environment_p.h"
+#include "threads/PartingState_p.h"
 
 #include <atomic>
 #include <execinfo.h>
@@ -33,6 +34,7 @@ HandlerThreadsType *create() {
         object.load()->announce();
         void *frame = nullptr;
         ::backtrace(&frame, 1); // loads what later backtraces need, now and not on a small stack
+        ThreadEnd::watch();     // most often the main thread, which is the one to call exit()
     }
     return object;
 }

@@ -9,6 +9,7 @@
 #include "threads/HandlerThreadPolicies.h"
 #include "threads/Reporting_p.h"
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <new>
@@ -39,6 +40,8 @@ public:
     void leave(bool withPermission);
     bool isHandler() const noexcept { return threads_.exist(); }
     unsigned size() const noexcept { return threads_.size(); }
+    /** Threads other than the calling one that have ever been handlers, and have not ended. */
+    unsigned others() const noexcept;
 
     bool hasPermission() const noexcept { return permission_.owner() == OSWrap::Thread::getCurrentId(); }
     void getPermission();
@@ -74,6 +77,7 @@ private:
     Permission permission_;
     OSWrap::Mutex reportLock_;
     std::map<unsigned long, std::uint32_t> reports_ RB_GUARDED_BY(reportLock_);
+    std::atomic<unsigned> watched_{0};
     pthread_key_t key_{};
     const bool hasKey_;
 };
@@ -116,6 +120,14 @@ void HandlerThreads<Container, Permission, Debugging>::getPermission() {
                 LogMakeString("getRunPermission() called by thread %lu %s, which is no handler thread", self,
                               HTUtil::getName(self).c_str()),
                 kSource);
+}
+
+template <class Container, class Permission, class Debugging>
+unsigned HandlerThreads<Container, Permission, Debugging>::others() const noexcept {
+    if (!hasKey_) {
+        return ~0U; // nobody has counted them
+    }
+    return watched_ - (pthread_getspecific(key_) != nullptr ? 1 : 0);
 }
 
 template <class Container, class Permission, class Debugging>
@@ -169,7 +181,11 @@ void HandlerThreads<Container, Permission, Debugging>::check() {
 /** Counts one more report of the calling thread; whether it is one of its first two. */
 template <class Container, class Permission, class Debugging>
 void HandlerThreads<Container, Permission, Debugging>::watchThread() {
-    if (hasKey_ && pthread_getspecific(key_) == nullptr && pthread_setspecific(key_, this) != 0) {
+    if (!hasKey_ || pthread_getspecific(key_) != nullptr) {
+        return;
+    }
+    ++watched_;
+    if (pthread_setspecific(key_, this) != 0) {
         LogDispatch(3, "no memory for a thread: when it ends it keeps what it has of the run permission", kSource);
     }
 }
@@ -202,4 +218,5 @@ void HandlerThreads<Container, Permission, Debugging>::releaseOnThreadTerminatio
     // The system gives the id to another thread soon; that one shall be reported anew.
     OSWrap::Lock<OSWrap::Mutex> lock(self->reportLock_);
     self->reports_.erase(OSWrap::Thread::getCurrentId());
+    --self->watched_;
 }

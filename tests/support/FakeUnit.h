@@ -2,6 +2,7 @@
 
 #include "orb/REFLECT_orb.h"
 #include "platform/Lock.h"
+#include "platform/Log.h"
 #include "platform/transport/testing/FakeLink.h"
 #include "rmi/IPPRMI_stream.h"
 #include "rmi/StreamOperators.h"

@@ -199,9 +199,9 @@ bool LayerCore::started(const TerminationImpl &termination) {
     return own_.count(termination.termId().value()) != 0;
 }
 
-void LayerCore::stop(const TerminationImpl &termination) {
+bool LayerCore::stop(const TerminationImpl &termination, const OSWrap::TimeSpec &limit) {
     if (Platform::inForkedChild() || !termination.own_) {
-        return; // in a child another thread of the actor may have held every lock when it was forked
+        return true; // in a child another thread of the actor may have held every lock when it was forked
     }
     const TerminationId id = termination.termId();
     bool first = false;
@@ -214,11 +214,10 @@ void LayerCore::stop(const TerminationImpl &termination) {
         }
     }
     if (!first) {
-        termination.own_->awaitStop();
-    } else {
-        link_->withdraw(id);
-        termination.own_->stop();
+        return termination.own_->awaitStop(limit);
     }
+    link_->withdraw(id);
+    return termination.own_->stop(limit);
 }
 
 LayerCore::Own LayerCore::findOwn(TerminationId id) {

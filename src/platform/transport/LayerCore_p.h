@@ -29,7 +29,8 @@ public:
     void releaseName(unsigned name);
     bool start(const TerminationImpl &termination);
     bool started(const TerminationImpl &termination);
-    void stop(const TerminationImpl &termination);
+    /** False: a callback has not returned within `limit`; the termination must not be destroyed then. */
+    bool stop(const TerminationImpl &termination, const OSWrap::TimeSpec &limit = OSWrap::TimeSpec::INFINITETIME);
 
     bool issue(TerminationId target, const AddressedMessage &message);
     bool giveBack(const AddressedMessage &message);

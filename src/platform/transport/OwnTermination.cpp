@@ -126,15 +126,21 @@ bool OwnTermination::stopped() {
     return stopped_;
 }
 
-void OwnTermination::stop() {
+bool OwnTermination::stop(const OSWrap::TimeSpec &limit) {
     OSWrap::DisableCancelStateGuard guard;
     const unsigned long self = OSWrap::Thread::getCurrentId();
+    const OSWrap::TimeSpec end = OSWrap::Clock::getObsTime() + limit;
     std::deque<Event> dropped; // destroyed after the lock is released
     Locked lock(gate_);
     stopped_ = true;
     dropped.swap(events_);
     gate_.broadcast();
-    awaitCallbacks(self);
+    while (othersInside(self)) {
+        if (!gate_.wait(end - OSWrap::Clock::getObsTime())) {
+            return !othersInside(self);
+        }
+    }
+    return true;
 }
 
 void OwnTermination::beginStop() {
@@ -142,23 +148,24 @@ void OwnTermination::beginStop() {
     stopping_ = true;
 }
 
-void OwnTermination::awaitStop() {
+bool OwnTermination::awaitStop(const OSWrap::TimeSpec &limit) {
     OSWrap::DisableCancelStateGuard guard;
     const unsigned long self = OSWrap::Thread::getCurrentId();
+    const OSWrap::TimeSpec end = OSWrap::Clock::getObsTime() + limit;
     Locked lock(gate_);
     if (!stopping_ || receiving_ == self || membership_ == self) {
-        return; // a callback does not wait here: who stops waits for it
+        return true; // a callback does not wait here: who stops waits for it
     }
-    while (!stopped_) {
-        gate_.wait(OSWrap::TimeSpec::INFINITETIME);
+    while (!stopped_ || othersInside(self)) {
+        if (!gate_.wait(end - OSWrap::Clock::getObsTime())) {
+            return stopped_ && !othersInside(self);
+        }
     }
-    awaitCallbacks(self);
+    return true;
 }
 
-void OwnTermination::awaitCallbacks(unsigned long self) {
-    while ((receiving_ != 0 && receiving_ != self) || (membership_ != 0 && membership_ != self)) {
-        gate_.wait(OSWrap::TimeSpec::INFINITETIME);
-    }
+bool OwnTermination::othersInside(unsigned long self) const {
+    return (receiving_ != 0 && receiving_ != self) || (membership_ != 0 && membership_ != self);
 }
 
 } // namespace Transport

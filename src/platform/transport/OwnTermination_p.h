@@ -30,10 +30,11 @@ public:
     bool stopped();
     /** Announces that stop() is coming. */
     void beginStop();
-    /** On return no callback runs or will run, except the caller's own. */
-    void stop();
-    /** If another thread stops it: returns when that is done. */
-    void awaitStop();
+    /** On return no callback will run, and none runs except the caller's own. False: one has not returned within
+     *  `limit`. */
+    bool stop(const OSWrap::TimeSpec &limit);
+    /** If another thread stops it: returns when that is done, or false when `limit` is over. */
+    bool awaitStop(const OSWrap::TimeSpec &limit);
 
 private:
     class Membership;
@@ -45,11 +46,11 @@ private:
 
     bool call(Callback callback, const AddressedMessage &message);
     void push(Event event);
-    void awaitCallbacks(unsigned long self) RB_REQUIRES(gate_);
+    bool othersInside(unsigned long self) const RB_REQUIRES(gate_);
     void deliverEvents();
     bool nextEvent(Event &event);
 
-    TerminationImpl &termination_; // valid until stop() has returned
+    TerminationImpl &termination_; // valid until stop() has returned true
     OSWrap::ConditionVar gate_;
     std::deque<Event> events_ RB_GUARDED_BY(gate_);
     bool listening_ RB_GUARDED_BY(gate_) = false;

@@ -1,0 +1,78 @@
+#include "threads/PartingState_p.h"
+
+#include "platform/Cancellation.h"
+#include "platform/Thread.h"
+#include "threads/HandlerThreadsType_p.h"
+
+#include <new>
+
+namespace {
+
+constexpr OSWrap::TimeSpec kLimit(2, 0);
+constexpr OSWrap::TimeSpec kStep(0, 1000000);
+
+// Usable to the last moment of the thread, as they need no destructor.
+thread_local bool begunHere = false;
+thread_local bool hasWaited = false;
+
+/** Such objects go before all static ones when their thread calls exit(). */
+struct Mark {
+    void touch() noexcept {}
+    ~Mark() { begunHere = true; }
+};
+thread_local Mark mark;
+
+} // namespace
+
+void ThreadEnd::watch() noexcept {
+    // The first use of the mark in a thread registers its destructor. The C library aborts if it cannot, so look first.
+    void *volatile memory = ::operator new(4096, std::nothrow); // volatile: not to be optimised away
+    if (memory != nullptr) {
+        ::operator delete(memory);
+        mark.touch();
+    }
+}
+
+void ThreadEnd::begin() noexcept {
+    begunHere = true;
+}
+
+bool ThreadEnd::begun() noexcept {
+    return begunHere;
+}
+
+PartingState::PartingState() {
+    if (!ThreadEnd::begun()) {
+        usual_.emplace(true);
+    } else if (handlerThreads() != nullptr && !HandlerState::hasRunPermission()) {
+        takeInTime();
+    }
+}
+
+PartingState::~PartingState() {
+    if (taken_) {
+        HandlerState::releaseRunPermission();
+    }
+    if (entered_) {
+        HandlerState::leaveHandlerState(false);
+    }
+}
+
+void PartingState::takeInTime() {
+    OSWrap::DisableCancelStateGuard uncancelled;
+    HandlerThreadsType &threads = *handlerThreads();
+    entered_ = !threads.isHandler();
+    if (entered_) {
+        threads.enter(false);
+    }
+    const OSWrap::TimeSpec end = OSWrap::Clock::getObsTime() + kLimit;
+    while (!threads.tryGet(false)) {
+        if (hasWaited || OSWrap::Clock::getObsTime() > end) {
+            hasWaited = true;
+            has_ = false;
+            return;
+        }
+        OSWrap::Thread::sleep(kStep);
+    }
+    taken_ = true;
+}
