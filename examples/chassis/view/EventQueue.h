@@ -1,8 +1,10 @@
 #pragma once
 
-#include <condition_variable>
+#include "platform/ConditionVar.h"
+#include "platform/Lock.h"
+#include "platform/ThreadAnnotations.h"
+
 #include <list>
-#include <mutex>
 
 namespace View {
 
@@ -15,31 +17,35 @@ template <class T>
 class EventQueue {
 public:
     void push(std::list<T> &&node) {
-        const std::lock_guard<std::mutex> guard(lock_);
+        const Locked lock(changed_);
         waiting_.splice(waiting_.end(), node);
-        changed_.notify_one();
+        changed_.signal();
     }
-    /** Blocks until there is one, which is all that the list holds; empty once the queue is closed. */
+    /** Blocks until there is one, which is all that the list holds; empty once the queue is closed. Without the run
+     *  permission. */
     std::list<T> pop() {
         std::list<T> first;
-        std::unique_lock<std::mutex> guard(lock_);
-        changed_.wait(guard, [this] { return closed_ || !waiting_.empty(); });
+        const Locked lock(changed_);
+        while (!closed_ && waiting_.empty()) {
+            changed_.wait(OSWrap::TimeSpec::INFINITETIME);
+        }
         if (!closed_) {
             first.splice(first.begin(), waiting_, waiting_.begin());
         }
         return first;
     }
     void close() {
-        const std::lock_guard<std::mutex> guard(lock_);
+        const Locked lock(changed_);
         closed_ = true;
-        changed_.notify_all();
+        changed_.broadcast();
     }
 
 private:
-    std::mutex lock_;
-    std::condition_variable changed_;
-    std::list<T> waiting_;
-    bool closed_ = false;
+    using Locked = OSWrap::Lock<OSWrap::ConditionVar>;
+
+    OSWrap::ConditionVar changed_;
+    std::list<T> waiting_ RB_GUARDED_BY(changed_);
+    bool closed_ RB_GUARDED_BY(changed_) = false;
 };
 
 } // namespace View

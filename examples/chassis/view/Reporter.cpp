@@ -1,5 +1,6 @@
 #include "view/Reporter.h"
 
+#include "platform/Lock.h"
 #include "view/UnitEvents.h"
 
 #include <cstdio>
@@ -7,6 +8,8 @@
 namespace View {
 
 namespace {
+
+using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
 void put(const std::string &text) {
     std::fputs(text.c_str(), stdout);
@@ -27,12 +30,12 @@ void Reporter::stop() {
 }
 
 void Reporter::print(const std::string &line) {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const Locked lock(lock_);
     put(timeText(std::chrono::system_clock::now()) + " " + line + "\n");
 }
 
 void Reporter::printTree() {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const Locked lock(lock_);
     put(picture_.tree());
 }
 
@@ -44,7 +47,7 @@ void Reporter::run(const std::string &ready) {
         if (seen_) {
             seen_(event);
         }
-        const std::lock_guard<std::mutex> guard(lock_);
+        const Locked lock(lock_);
         const Picture::News news = picture_.apply(event);
         if (!news.text.empty() && wanted_(news)) {
             put(timeText(event.time) + " " + news.text + "\n");

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "platform/Mutex.h"
+#include "platform/ThreadAnnotations.h"
 #include "view/Picture.h"
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -34,8 +35,8 @@ private:
 
     const Wanted wanted_;
     const SeenBy seen_;
-    std::mutex lock_;
-    Picture picture_; // guarded by the lock, as standard output
+    OSWrap::Mutex lock_; // of standard output, too
+    Picture picture_ RB_GUARDED_BY(lock_);
     std::thread thread_;
 };
 

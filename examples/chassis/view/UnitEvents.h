@@ -71,7 +71,7 @@ private:
 
     EventQueue<Raw> queue_;
     std::map<ObjectKey, TreflectObject> ports_; // this and the next: of the thread that takes events
-    std::list<Raw> missed_; // what nobody told
+    std::list<Raw> missed_;                     // what nobody told
     PortObserver created_;
     PortObserver existing_;
     PortObserver deleted_;
