@@ -68,6 +68,17 @@ TEST_F(HandlePoolTest, ABlockHolds256Handles) {
     for (std::size_t i = 1; i < cells.size(); ++i) {
         EXPECT_GE(cells[i] - cells[i - 1], static_cast<std::ptrdiff_t>(sizeof(TreflectObject)));
     }
+    // What the pool writes into cells that are free again does not touch their neighbours.
+    for (std::size_t i = 0; i < cells.size(); i += 2) {
+        HandlePool::giveBack(cells[i]);
+    }
+    for (std::size_t i = 1; i < cells.size(); i += 2) {
+        EXPECT_EQ(sizeof(TreflectObject), static_cast<std::size_t>(std::count(
+                                              cells[i], cells[i] + sizeof(TreflectObject), static_cast<char>(0x5A))));
+    }
+    for (std::size_t i = 0; i < cells.size(); i += 2) {
+        HandlePool::take(); // which `pool` gives back
+    }
 }
 
 TEST_F(HandlePoolTest, TheCellThatWasFreedLastIsUsedNext) {

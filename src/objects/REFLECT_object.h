@@ -30,6 +30,9 @@ public:
     explicit TreflectObject(const TipprmiObjectSkeleton *object);
     /** Looks the object up. */
     explicit TreflectObject(const TipprmiOID &oid);
+    /** A copy, or an assignment, of a handle that found nothing looks the object up again, which may block. Member
+     *  handles that the target of an assignment has made stay: they address the new object, with the codes of the old
+     *  one's class. So for connect(). */
     TreflectObject(const TreflectObject &other);
     TreflectObject &operator=(const TreflectObject &other);
     /** Attribute and operation handles that were made by this one are gone with it. */
@@ -38,8 +41,8 @@ public:
     void connect(const TreflectORB *orb, const TipprmiOID &oid) override;
     void connect(TipprmiObjectSkeleton *object) override;
 
-    /** A new handle of the member, which belongs to this handle; the error handle, and a line in the log, if the object
-     *  has none such. Never null. */
+    /** A new handle of the member at each call, which is kept until this handle is destroyed: for repeated use keep
+     * what you got. The error handle, and a line in the log, if the object has none such. Never null. */
     virtual TreflectAttribute *attribute(const std::string &name) const;
     virtual TreflectOperation *operation(const std::string &name) const;
     /** The class of the object as far as this process knows it; null if it knows none of the object's classes. */
@@ -52,7 +55,8 @@ public:
     virtual void registerChild(const std::string &name, const TreflectObject &child) const;
     virtual void unregisterChild(const std::string &name) const;
     virtual void connect(const TipprmiOID &oid);
-    /** `when` 0: told before the operation runs, else after it. */
+    /** `when` 0: told before the operation runs, else after it. The observer is not taken over; remove it before it
+     *  goes. Without effect if the object cannot be reached. */
     virtual void registerObserver(unsigned when, const TreflectMetaOperation *operation,
                                   TreflectObserver *observer) const;
     /** Of all operations of the object. */

@@ -20,7 +20,8 @@ class REFLECTORB_API TreflectServerObject : public TipprmiObjectSkeleton, public
 public:
     /** `parent` null: a root. The name ends at its first zero byte. */
     TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name);
-    /** The parent, if it is still there, forgets the name, whatever object it has under it by now. */
+    /** The parent, if it is still there, forgets the name, whatever object it has under it by now. May block for that;
+     *  not a cancellation point. */
     ~TreflectServerObject() override;
 
     using TipprmiObjectSkeleton::dispatch;
@@ -28,6 +29,8 @@ public:
     bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) override;
     /** A class that returns a client of its own type calls dropClient_() in its constructor. */
     TreflectObject *getClient() const override;
+
+    // The tree is not locked: with the run permission.
 
     virtual TreflectObject getParent() const;
     /** A handle of no object if there is none of the name. */

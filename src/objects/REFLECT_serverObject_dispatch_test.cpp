@@ -121,10 +121,13 @@ TEST_F(DispatchTest, ObserversComeAndGo) {
 }
 
 TEST_F(DispatchTest, TheClassCodeIsNotLookedAt) {
-    for (unsigned cc : {0U, 1U, kClass, 0xFFFFFFFFU}) {
-        EXPECT_EQ(std::string(kHead) + " 00 00 00 01 72", answer(
-                                                              root, 1101, [](TipprmiStream &) {}, cc))
-            << cc;
+    for (unsigned mc : {1000U, 1001U, 1100U, 1101U, 1103U, 1104U, 1105U, 1106U, 1107U, 1108U}) {
+        const auto nothing = [](TipprmiStream &) {};
+        const std::string expected = answer(root, mc, nothing, 0);
+        EXPECT_EQ(0U, expected.find(kHead)) << mc;
+        for (unsigned cc : {1U, kClass, 0xFFFFFFFFU}) {
+            EXPECT_EQ(expected, answer(root, mc, nothing, cc)) << cc << ", " << mc;
+        }
     }
 }
 
@@ -145,8 +148,8 @@ TEST_F(DispatchTest, AnswersBeginWithTheExceptionOfTheObject) {
     container.setExceptionData(TipprmiGeneralException(9));
     EXPECT_EQ("00 00 00 01 00 00 00 04 00 00 00 09",
               answer(root, 2100, [&](TipprmiStream &stream) { stream << container; }));
-    for (unsigned mc : {1100U, 1101U, 1103U, 1105U, 1108U}) {
-        EXPECT_EQ(0U, answer(root, mc).find("00 00 00 01 00 00 00 04 00 00 00 09 ")) << mc;
+    for (unsigned mc : {1000U, 1001U, 1100U, 1101U, 1103U, 1104U, 1105U, 1106U, 1107U, 1108U}) {
+        EXPECT_EQ(0U, answer(root, mc).find("00 00 00 01 00 00 00 04 00 00 00 09")) << mc;
     }
 }
 

@@ -6,6 +6,7 @@
 #include "support/ManualPeer.h"
 #include "threads/HandlerState.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -160,8 +161,43 @@ TEST_F(RemoteParentTest, ThatIsGoneIsNotTold) {
     }));
     TreflectHandlerState state(true);
     EXPECT_EQ("/c", child->getAbsName());
+    log.clear();
     child.reset();
     EXPECT_TRUE(link.takeIssued().empty());
+    EXPECT_TRUE(log.with("set to invalid").empty()) << "nor is it tried";
+}
+
+/** It could not be left half destroyed, and no exception may leave a destructor. */
+TEST_F(RemoteParentTest, AnObjectThatGoesIsNotCancelledWhileItTellsTheParent) {
+    std::unique_ptr<Node> child;
+    {
+        Testing::TestThread maker([&] {
+            TreflectHandlerState state(true);
+            const TreflectObject parent = at(kParent);
+            child = std::make_unique<Node>("c", &parent);
+        });
+        confirm(peer.next());
+    }
+    std::atomic<bool> gone{false};
+    std::atomic<bool> after{false};
+    {
+        Testing::TestThread destroyer([&] {
+            {
+                TreflectHandlerState state(true);
+                child.reset();
+                gone = true;
+            }
+            OSWrap::Thread::sleep(OSWrap::TimeSpec(60, 0)); // where it may be cancelled
+            after = true;
+        });
+        const AddressedMessage request = peer.next();
+        EXPECT_TRUE(destroyer.stop());
+        EXPECT_FALSE(gone);
+        confirm(request);
+    }
+    EXPECT_TRUE(gone);
+    EXPECT_FALSE(after);
+    TreflectHandlerState state(true); // has been given back
 }
 
 /** That half of a reference, in an answer, must not send this process looking for names. */

@@ -47,8 +47,8 @@ public:
 /** Leaves the client to its base. */
 class Plain : public TreflectServerObject {
 public:
-    explicit Plain(const TreflectObject *parent)
-        : TreflectServerObject(TipprmiOID(nullptr, NamespaceId(1)), parent, "plain") {}
+    explicit Plain(const TreflectObject *parent, const std::string &name = "plain")
+        : TreflectServerObject(TipprmiOID(nullptr, NamespaceId(1)), parent, name) {}
     unsigned getServerClassId() const override { return kClass; }
     TipprmiSequence<unsigned> getServerClassIdSeq() const override { return {}; }
 };
@@ -79,6 +79,57 @@ TEST_F(ServerObjectTest, ANameEndsAtItsFirstZeroByte) {
     EXPECT_EQ("/ab", node.getAbsName());
     const Node cut(std::string("\0long enough for the heap", 25));
     EXPECT_EQ("", cut.getRelName());
+    Node parent("parent");
+    const Node sibling("ab", parent.getClient());
+    {
+        const Node child(std::string("cd\0ef", 5), parent.getClient());
+        EXPECT_EQ(&child, parent.getChild("cd").getServer()) << "listed under the name that it says it has";
+        EXPECT_EQ(2U, parent.getChilds().getLength());
+    }
+    EXPECT_EQ(1U, parent.getChilds().getLength());
+    EXPECT_EQ(&sibling, parent.getChild("ab").getServer());
+}
+
+TEST_F(ServerObjectTest, WithoutMemoryForItsNameAnObjectHasNone) {
+    const std::string name(5000, 'x');
+    std::unique_ptr<Plain> object;
+    {
+        const Testing::FailingHeap heap(1, Testing::FailingHeap::Calls::all); // for the object itself
+        EXPECT_NO_THROW(object = std::make_unique<Plain>(nullptr, name));
+    }
+    ASSERT_NE(nullptr, object);
+    EXPECT_STREQ(Testing::kLibraryHeapIsProbed ? "" : name.c_str(), object->objectName());
+}
+
+TEST_F(ServerObjectTest, WithoutMemoryForItsAnswerAnObjectRefusesTheCall) {
+    Node node(std::string(5000, 'x'));
+    TipprmiStream request(100);
+    TipprmiStream response(100);
+    for (unsigned mc : {1100U, 1101U}) {
+        bool handled = true;
+        {
+            const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+            EXPECT_NO_THROW(handled = node.dispatch(true, 0, mc, request, response));
+        }
+        EXPECT_EQ(!Testing::kLibraryHeapIsProbed, handled) << mc;
+        EXPECT_TRUE(node.dispatch(true, 0, mc, request, response)) << mc;
+    }
+}
+
+/** Whatever a class makes of getChild(). */
+TEST_F(ServerObjectTest, ListsThoseThatHaveRegistered) {
+    class Secretive : public Node {
+    public:
+        using Node::Node;
+        TreflectObject getChild(const std::string &) const override { return TreflectObject(); }
+    };
+    Secretive root("root");
+    const Node b("b", root.getClient());
+    const Node a("a", root.getClient());
+    const TipprmiSequence<TreflectObject> childs = root.getChilds();
+    ASSERT_EQ(2U, childs.getLength());
+    EXPECT_EQ(&a, childs[0].getServer());
+    EXPECT_EQ(&b, childs[1].getServer());
 }
 
 TEST_F(ServerObjectTest, ObjectsMakeATree) {
@@ -170,8 +221,10 @@ TEST_F(ServerObjectTest, ParentsMayGoBeforeTheirChildren) {
     // Also when another object has come in the place of the parent, perhaps with its number.
     Node next("a");
     Node own("b", next.getClient());
+    log.clear();
     child.reset();
     EXPECT_EQ(&own, next.getChild("b").getServer());
+    EXPECT_TRUE(log.with("set to invalid").empty()) << "nor is a call tried";
 }
 
 TEST_F(ServerObjectTest, AParentThatIsNotThereIsLikeNone) {
@@ -180,7 +233,8 @@ TEST_F(ServerObjectTest, AParentThatIsNotThereIsLikeNone) {
     const Node node("a", &nobody);
     EXPECT_EQ("/a", node.getAbsName());
     EXPECT_FALSE(node.getParent().isConnected());
-    EXPECT_TRUE(log.with("registerChild").empty());
+    EXPECT_EQ(2U, log.with("mc=1106,").size()) << "a call that is prepared and goes nowhere";
+    EXPECT_TRUE(link.takeIssued().empty());
 }
 
 TEST_F(ServerObjectTest, TheClientIsOfTheTypeOfTheClass) {

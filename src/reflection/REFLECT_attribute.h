@@ -28,13 +28,15 @@ public:
     TreflectAttribute &operator=(const TreflectAttribute &) = delete;
     virtual ~TreflectAttribute();
 
-    /** Members of the object that the attribute holds; the error handles if it holds none, or that has none such. */
+    /** Members of the object that the attribute holds; the error handles if it holds none, or that has none such. A new
+     *  handle each time, kept until the object's handle is destroyed. */
     virtual TreflectOperation *operation(const std::string &name);
     virtual TreflectAttribute *attribute(const std::string &name);
 
     const TreflectMetaAttribute *meta() const noexcept { return meta_; }
     int constLength() const noexcept;
-    /** Selects an element for the next reads. */
+    /** Selects an element for the next reads; -1: none. Without effect on plain attributes, which all are that an
+     *  object gives out. */
     TreflectAttribute &operator[](int index) noexcept;
     void clearIndex() noexcept { (*this)[-1]; }
     int index() const noexcept { return index_; }

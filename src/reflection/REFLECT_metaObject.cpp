@@ -196,7 +196,7 @@ void TreflectMetaObject::completeMetaInformationHelper(const MetaOpData *operati
 }
 
 void TreflectMetaObject::makeOperation(const MetaOpData &data) {
-    registerOperation(new (std::nothrow) TreflectMetaOperation(data.name, this, data.code));
+    registerOperation(new TreflectMetaOperation(data.name, this, data.code));
 }
 
 bool TreflectMetaObject::makeAttribute(const MetaAttrData &data) {
@@ -210,6 +210,6 @@ bool TreflectMetaObject::makeAttribute(const MetaAttrData &data) {
         return false;
     }
     const TreflectMetaOperation *const setter = metaOperation_("set" + attribute);
-    registerAttribute(new (std::nothrow) TreflectMetaAttribute(attribute, this, getter, setter));
+    registerAttribute(new TreflectMetaAttribute(attribute, this, getter, setter));
     return true;
 }

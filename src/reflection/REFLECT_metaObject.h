@@ -35,16 +35,18 @@ public:
 
     virtual const std::string &name() const;
     /** Makes members and relations known. Called at every look-up of the class, so it must do nothing the second time;
-     *  it should set `completed_` before anything else, since classes may refer to each other. */
+     *  it should set `completed_` before anything else, since classes may refer to each other. It completes the classes
+     *  of its object attributes, too, as navigation does not look them up. With the run permission. */
     virtual void completeMetaInformation() = 0;
 
     unsigned getClassId() const noexcept { return classId_; }
     unsigned id() const noexcept { return classId_; }
 
-    /** Takes the member over; one of the same name is replaced and not deleted. */
+    /** Takes the member over; one of the same name is replaced and not deleted. Without memory the new one is deleted.
+     */
     void registerAttribute(TreflectMetaAttribute *attribute);
     void registerOperation(TreflectMetaOperation *operation);
-    /** Both ways; always true. A class must not become its own ancestor. */
+    /** Both ways; always true. Not null, and a class must not become its own ancestor. */
     bool registerParent(TreflectMetaObject *parent);
     bool registerChild(TreflectMetaObject *child);
 

@@ -6,7 +6,8 @@ class TreflectMetaOperation;
 class TreflectObject;
 class TreflectObserver;
 
-/** Handle of an operation of one object. Belongs to the object's handle, and goes with it. */
+/** Handle of an operation of one object. Belongs to the object's handle, and goes with it. All but meta() and object()
+ *  are calls to the object: with the run permission, and as long as that takes. */
 class REFLECTORB_API TreflectOperation {
 public:
     static constexpr int error = 5;
@@ -23,9 +24,11 @@ public:
     /** Calls it without arguments and drops what it answers. 0, also when the call failed; `error` if there is no such
      *  operation. */
     int call() const;
-    /** Before or after each call of the operation, at the object, the observer is told. False if there is none such. */
+    /** Before or after each call of the operation, at the object, the observer is told. It is not taken over; remove it
+     *  before it goes. False if there is no such operation; what becomes of the registration is not told. */
     bool preObserve(TreflectObserver *observer) const;
     bool postObserve(TreflectObserver *observer) const;
+    /** From all operations of the object. */
     void removeObserver(TreflectObserver *observer) const;
 
 protected:
