@@ -3,9 +3,10 @@
 # what the library does, and is checked: exit status 0 only if all of them showed what they should.
 # Slot 1 shows the machine's own interfaces and changes none of them. Slots 2 and 3 live in network namespaces of their
 # own, for which it takes root or user namespaces; without them the steps that change interfaces are left out.
+# With --stay the unit is left running until Enter is pressed, to be played with.
 set -uo pipefail
 
-programs=${1:?usage: demo.sh DIRECTORY-OF-THE-PROGRAMS}
+programs=${1:?usage: demo.sh DIRECTORY-OF-THE-PROGRAMS [--stay]}
 patience=${CHASSIS_DEMO_PATIENCE:-10} # seconds for what takes milliseconds
 
 # --- where network namespaces come from -----------------------------------------------------------------------------
@@ -183,7 +184,8 @@ done
 say "A client looks at the tree: the slots register at /chassis, and each value is read in the actor that has the port."
 run 0 tree
 while IFS=: read -r interface _; do
-  grep -qF -- "/chassis/slot1/${interface// /} " <<<"$said" || fail "the kernel's $interface is not shown"
+  interface=${interface// /}
+  grep -qF -- "/chassis/slot1/$interface " <<<"$said" || fail "the kernel's $interface is not shown"
 done < <(tail -n +3 /proc/net/dev)
 shows "^/chassis/slot2/lo " "^/chassis/slot3/lo " "ports in 3 slots"
 
@@ -257,8 +259,17 @@ listing manager "ports in 3 slots"
 shows "^ +1  lo " "^ +2  lo " "^ +3  lo "
 hides veth
 
+end watch
+if [ "${2:-}" = --stay ]; then
+  say "The unit stays until you press Enter. What the manager tells is shown here; from another terminal, look and change:"
+  echo "    export REFLECTORB_UNIT_DIR=$REFLECTORB_UNIT_DIR REFLECTORB_ROOT=$REFLECTORB_ROOT"
+  echo "    $(realpath "$programs")/portctl --help"
+  sed -u 's/^/    manager  /' <&"${output[manager]}" &
+  read -r _
+fi
+
 say "All end by SIGTERM, and leave nothing behind."
-for name in watch slot1 slot2 slot3 manager; do
+for name in slot1 slot2 slot3 manager; do
   end $name
 done
 left=$(find "$REFLECTORB_UNIT_DIR" -type s)
