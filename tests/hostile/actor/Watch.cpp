@@ -27,7 +27,8 @@ Meta &meta = *new Meta; // until the end of the process, as all that follows
 
 class Watched : public TreflectServerObject {
 public:
-    Watched() : TreflectServerObject(TipprmiOID(nullptr, NamespaceId(1)), nullptr, "watched") {}
+    explicit Watched(const std::string &name)
+        : TreflectServerObject(TipprmiOID(name, NamespaceId(1)), nullptr, "watched") {}
     unsigned getServerClassId() const override { return kClass; }
     TipprmiSequence<unsigned> getServerClassIdSeq() const override {
         TipprmiSequence<unsigned> ids;
@@ -80,8 +81,8 @@ std::list<std::unique_ptr<Watched>> &objects() {
     return instance;
 }
 
-void makeOne() {
-    auto object = std::make_unique<Watched>();
+void makeOne(const std::string &name = "") {
+    auto object = std::make_unique<Watched>(name);
     object->sendCreationEvent(&meta);
     objects().push_back(std::move(object));
 }
@@ -121,10 +122,11 @@ void onWatched(std::istringstream &) {
 
 void onMake(std::istringstream &arguments) {
     unsigned count = 0;
-    arguments >> count;
+    unsigned length = 0;
+    arguments >> count >> length;
     const TreflectHandlerState state(true);
     for (unsigned i = 0; i < count; ++i) {
-        makeOne();
+        makeOne(length != 0 ? std::string(length, 'n') + std::to_string(i) : "");
     }
     say("made %zu", objects().size());
 }

@@ -7,7 +7,7 @@
  *   watch | unwatch        creations, also of objects that exist, and deletions    -> "watch ok"
  *   watched                how many creations and deletions were told, and of the last one the length of the
  *                          object's name and its number                 -> "watched CREATED DELETED LENGTH NUMBER"
- *   make COUNT             objects, with their events                   -> "made COUNT"
+ *   make COUNT [LENGTH]    objects, with their events and names so long -> "made COUNT"
  *   making                 one more, in a thread of its own             -> "making"
  *   made                   how many there are; one counts when all that subscribed have been told -> "made COUNT"
  *   remove                 all objects, with their events               -> "removed"
