@@ -51,6 +51,22 @@ TEST_F(MessageRingTest, TakesNoMemoryOnceItIsLargeEnough) {
     EXPECT_EQ(0U, probe.allocations());
 }
 
+TEST_F(MessageRingTest, OnceItIsEmptyItKeepsNoMoreThanALittle) {
+    const TreflectMessage one = message(1);
+    MessageRing ring;
+    for (const std::size_t size : {64U, 65U}) {
+        while (ring.size() < size) {
+            ring.push_back(one);
+        }
+        while (!ring.empty()) {
+            ring.pop_front();
+        }
+        const Testing::HeapProbe probe;
+        ring.push_back(one);
+        EXPECT_EQ(size > 64 ? 1U : 0U, probe.allocations());
+    }
+}
+
 TEST_F(MessageRingTest, WithoutMemoryItStaysAsItIs) {
     const TreflectMessage one = message(1);
     MessageRing ring;

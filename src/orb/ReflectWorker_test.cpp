@@ -14,6 +14,8 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <pthread.h>
+#include <sched.h>
 #include <set>
 #include <string>
 
@@ -341,6 +343,70 @@ SCENARIO(startFails) {
 
 TEST(ReflectWorkerTest, AfterOneThatCouldNotBeStartedNothingIsLost) {
     const Testing::ProcessResult result = Testing::runScenario("startFails");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** The worker cannot start the colleague that the next message is for, and does all by itself. */
+SCENARIO(colleagueFails) {
+    FreshBroker fresh;
+    constexpr unsigned kMessages = 5;
+    const auto failed = [&] {
+        return fresh.log.count(3, LogMakeString("ORB 0x%08X cannot start a worker", fresh.orb.termId().value()),
+                               kSource);
+    };
+    Doorman doorman;
+    {
+        const TreflectHandlerState state(true);
+        fresh.send(doorman, kMessages, 0);
+        SCENARIO_CHECK(eventually([] { return handlerThreads()->waitingForPermission() == 1; }));
+        const Testing::FailingHeap none;
+        const TreflectReleaseHandlerState released;
+        SCENARIO_CHECK(eventually([&] { return doorman.done == kMessages; }));
+    }
+    SCENARIO_CHECK(eventually([&] { return failed() == kMessages - 1; })); // for each that left others behind
+    SCENARIO_CHECK(workers().size() == 1);
+    fresh.send(4, 1); // none counts as idle that does not exist
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.inside == 4; }));
+    fresh.doorman.gate.open();
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 4; }));
+}
+
+TEST(ReflectWorkerTest, AWorkerThatCannotStartAColleagueGoesOnAlone) {
+    const Testing::ProcessResult result = Testing::runScenario("colleagueFails", {}, 100);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+std::size_t ownStackSize() {
+    pthread_attr_t attributes;
+    std::size_t size = 0;
+    if (pthread_getattr_np(pthread_self(), &attributes) == 0) {
+        pthread_attr_getstacksize(&attributes, &size);
+        pthread_attr_destroy(&attributes);
+    }
+    return size;
+}
+
+SCENARIO(threadOfAWorker) {
+    FreshBroker fresh;
+    std::size_t stack = 0;
+    int policy = -1;
+    fresh.doorman.act = [&] {
+        stack = ownStackSize();
+        policy = ::sched_getscheduler(0);
+    };
+    fresh.send(1, 2);
+    SCENARIO_CHECK(eventually([&] { return fresh.doorman.done == 1; }));
+    std::size_t expected = 0;
+    {
+        Testing::TestThread other([&] { expected = ownStackSize(); }, 65536);
+    }
+    const TreflectHandlerState state(true);
+    SCENARIO_CHECK(stack != 0 && stack == expected);
+    SCENARIO_CHECK(policy == SCHED_OTHER);
+}
+
+TEST(ReflectWorkerTest, HasASmallStackAndSharesTheTime) {
+    const Testing::ProcessResult result = Testing::runScenario("threadOfAWorker");
     EXPECT_EQ(0, result.exitStatus) << result.output;
 }
 

@@ -69,7 +69,8 @@ private:
     struct State;
     static std::shared_ptr<State> makeState() noexcept;
     static void *entry(void *self);
-    std::shared_ptr<State> state_;
+    std::shared_ptr<State> state_; // null if memory was short
+    bool deletesItself_ = false;   // only what has no state keeps it here
 };
 
 /** A thread that runs a member function of an object, which must outlive the thread. */

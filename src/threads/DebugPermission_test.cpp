@@ -8,6 +8,7 @@
 #include "support/OverrideRoot.h"
 #include "support/Process.h"
 #include "support/Scenario.h"
+#include "threads/ReleaseHook_p.h"
 
 #include <gtest/gtest.h>
 
@@ -407,6 +408,45 @@ TEST(DebugPermission, SaysWhatItIs) {
     Permission::announce();
     ASSERT_EQ(1U, log.lines().size());
     EXPECT_EQ(1U, log.count(5, "ORB HandlerThreads using DebugPermission", kSource));
+}
+
+void ignore(void *) {}
+
+TEST(DebugPermission, KnowsWhetherThreadsWithoutHookWantIt) {
+    Permission permission;
+    EXPECT_FALSE(permission.hasOtherClaims());
+    permission.get();
+    EXPECT_TRUE(permission.hasOtherClaims());
+    permission.release();
+    EXPECT_FALSE(permission.hasOtherClaims());
+
+    ReleaseHook::set(&ignore, nullptr);
+    permission.get();
+    EXPECT_FALSE(permission.hasOtherClaims());
+    {
+        TestThread returning([&] {
+            ReleaseHook::set(&ignore, nullptr);
+            permission.get();
+            EXPECT_FALSE(permission.hasOtherClaims());
+            permission.release();
+        });
+        EXPECT_TRUE(eventually([&] { return permission.waiting() == 1; }));
+        EXPECT_FALSE(permission.hasOtherClaims());
+        permission.release();
+    }
+    ReleaseHook::set(&ignore, nullptr);
+    permission.get();
+    {
+        TestThread other([&] {
+            permission.get();
+            EXPECT_TRUE(permission.hasOtherClaims());
+            permission.release();
+        });
+        EXPECT_TRUE(eventually([&] { return permission.waiting() == 1; }));
+        EXPECT_TRUE(permission.hasOtherClaims());
+        permission.release();
+    }
+    EXPECT_FALSE(permission.hasOtherClaims());
 }
 
 } // namespace

@@ -102,6 +102,7 @@ Thread::~Thread() {
 
 void Thread::deleteOnThreadTermination() {
     if (!state_) {
+        deletesItself_ = true;
         return;
     }
     Lock<Mutex> lock(state_->lock);
@@ -112,6 +113,9 @@ void Thread::deleteOnThreadTermination() {
 bool Thread::start() {
     const std::shared_ptr<State> state = state_;
     if (!state) {
+        if (deletesItself_) {
+            delete this;
+        }
         return false;
     }
     State::Creation creation = State::Creation::failed;

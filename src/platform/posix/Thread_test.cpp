@@ -5,6 +5,7 @@
 #include "platform/Lock.h"
 #include "platform/Log.h"
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 #include "support/LogCapture.h"
 #include "support/Scenario.h"
 
@@ -282,6 +283,20 @@ TEST(Thread, DeletesItselfAfterReturnCancellationAndFailedStart) {
     ASSERT_TRUE(sleeper->start());
     EXPECT_TRUE(sleeper->stop());
     EXPECT_TRUE(Testing::eventually([&] { return destroyed == 2; }));
+}
+
+TEST(Thread, OneWithoutMemoryForItsStateDeletesItselfAsWell) {
+    std::atomic<int> destroyed{0};
+    Body *thread = nullptr;
+    {
+        const std::function<int()> body;
+        const Testing::FailingHeap heap(1, Testing::FailingHeap::Calls::all);
+        thread = new Body(body, kSystemStack, true);
+    }
+    thread->destroyed = &destroyed;
+    thread->deleteOnThreadTermination();
+    EXPECT_FALSE(thread->start());
+    EXPECT_EQ(1, destroyed);
 }
 
 #ifndef REFLECTORB_SANITIZED // sanitizers need terabytes of address space
