@@ -42,10 +42,9 @@ TipprmiObjectSkeleton::~TipprmiObjectSkeleton() {
 /** A static object may go after the brokers. */
 void TipprmiObjectSkeleton::unregister_() {
     const SingletonInstances::Pin orb(orb_);
-    if (!unregistered_ && orb.get() != nullptr) {
+    if (orb.get() != nullptr) {
         orb.get()->unregisterObject(this);
     }
-    unregistered_ = true; // the broker would look for it among all
 }
 
 void TipprmiObjectSkeleton::dropClient_() const {
@@ -76,7 +75,6 @@ void TipprmiObjectSkeleton::connect(TreflectORB *orb, const TipprmiOID &oid) {
         if (orb_ != nullptr) {
             orb_->registerObject(this);
         }
-        unregistered_ = false;
         old = std::exchange(client_, nullptr);
     }
     delete old;

@@ -56,5 +56,4 @@ private:
     mutable TipprmiObjectClient *client_ = nullptr; // owned
     mutable TipprmiExceptionContainer container_;
     TreflectORB *orb_ = nullptr; // not owned
-    bool unregistered_ = false;  // it was, and is no more
 };
