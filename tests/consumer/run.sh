@@ -35,6 +35,14 @@ g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$sources/consumer.cpp" "${flags
 awk '/^```cpp/ {inside = 1; next} /^```/ {inside = 0} inside' "$sources/../../README.md" >"$place/readme.cpp"
 g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$place/readme.cpp" "${flags[@]}" \
   -Wl,-rpath,"$(pkg-config --variable=libdir reflectorb)" -o "$place/readme"
-"$place/readme" </dev/null | tee "$place/output"
-grep -q '^broker 0x[0-9A-F]*01$' "$place/output"
+mkfifo "$place/enter"
+"$place/readme" <"$place/enter" >"$place/output" &
+exec {enter}>"$place/enter"
+for _ in $(seq 600); do
+  grep -qE '^broker 0x[0-9A-F]*01 serves$' "$place/output" && break
+  sleep 0.1
+done
+[ "$("$place/readme" reader)" = "hello reader" ]
+exec {enter}>&-
+wait $!
 "$place/plain"
