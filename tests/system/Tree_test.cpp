@@ -131,7 +131,7 @@ protected:
             EXPECT_NE(std::string::npos, result.find(" wrong 0")) << which << " " << result;
             const Counts counts(result);
             EXPECT_EQ(long{kAll}, counts["found"] + counts["missing"]);
-            EXPECT_LE(counts["missing"], long{lostWith(victim, way(which, namer))});
+            EXPECT_LE(counts["missing"], static_cast<long>(lostWith(victim, way(which, namer))));
             EXPECT_TRUE(actor.sofar("wrong").empty()) << actor.sofar("wrong").front();
         });
     }
