@@ -42,12 +42,13 @@ std::string upToZeroByte(const std::string &name) noexcept {
 TreflectServerObject::TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
     : TipprmiObjectSkeleton(nullptr, oid), name_(upToZeroByte(name)) {
     dropClient_();
-    if (parent == nullptr) {
+    const bool nameIsLost = name_.empty() && *name.c_str() != '\0';
+    if (parent == nullptr || nameIsLost) { // the empty name may be that of another child
         return;
     }
     parent_ = *parent;
     if (const TreflectObject *client = getClient()) {
-        parent_.registerChild(objectName(), *client);
+        parent_.registerChild(name_, *client);
     }
 }
 
@@ -56,7 +57,7 @@ TreflectServerObject::~TreflectServerObject() {
     const OSWrap::DisableCancelStateGuard uncancelled;
     const PartingState state;
     if (state.hasPermission() && parent_.isConnected()) {
-        parent_.unregisterChild(objectName()); // the object still answers meanwhile
+        parent_.unregisterChild(name_); // the object still answers meanwhile
     }
     unregister_();
     if (state.hasPermission()) {
@@ -89,31 +90,35 @@ TreflectObject TreflectServerObject::getChild(const std::string &name) const {
     return TreflectObject();
 }
 
-/** Copying a handle may block, to look up an object that was not found before; the children may change meanwhile. */
-
+/** Copying a handle may block, to look up an object that was not found before; the children may change meanwhile. So
+ *  does what makes room in the list, once it has handles: no iterator is kept across either. */
 TipprmiSequence<TreflectObject> TreflectServerObject::getChilds() const {
     TipprmiSequence<TreflectObject> childs;
     if (children_ == nullptr) {
         return childs;
     }
+    unsigned count = 0;
     try {
-        childs.setLength(static_cast<unsigned>(children_->size()));
-        unsigned count = 0;
-        for (auto child = children_->begin(); child != children_->end();) {
-            const std::string name = child->first;
+        childs.setLength(static_cast<unsigned>(children_->size()) + 1); // one more: the end is found without growing
+        for (std::string last;;) {
             if (count == childs.getLength()) {
                 childs.setLength(count + 1);
             }
             if (count == childs.getLength()) {
                 throw std::bad_alloc();
             }
-            childs[count++] = child->second;
-            child = children_->upper_bound(name);
+            const auto child = count == 0 ? children_->begin() : children_->upper_bound(last);
+            if (child == children_->end()) {
+                break;
+            }
+            last = child->first;
+            childs[count] = child->second;
+            ++count;
         }
-        childs.setLength(count);
     } catch (const std::exception &) {
         LogDispatch(3, LogMakeString("no memory for the children of \"%s\"", objectName()), kSource);
     }
+    childs.setLength(count);
     return childs;
 }
 

@@ -18,7 +18,7 @@
  */
 class REFLECTORB_API TreflectServerObject : public TipprmiObjectSkeleton, public TreflectObservable {
 public:
-    /** `parent` null: a root. The name ends at its first zero byte. */
+    /** `parent` null: a root. The name ends at its first zero byte. Without memory for it: a root without name. */
     TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name);
     /** The parent, if it is still there, forgets the name, whatever object it has under it by now. May block for that;
      *  not a cancellation point. */
@@ -35,7 +35,7 @@ public:
     virtual TreflectObject getParent() const;
     /** A handle of no object if there is none of the name. */
     virtual TreflectObject getChild(const std::string &name) const;
-    /** By name. */
+    /** By name. May block, to look for those that were not found before. Without memory for all: the first ones. */
     virtual TipprmiSequence<TreflectObject> getChilds() const;
     /** In place of the child that had the name. */
     virtual void registerChild(const std::string &name, const TreflectObject &child);

@@ -245,4 +245,58 @@ TEST_F(RemoteParentTest, WithMoreChildrenOrClassesThanTheAnswerHoldsHasNone) {
     EXPECT_EQ(1U, log.with("Unmarshall error on cc=0x0, mc=1108").size());
 }
 
+/** The list is made longer for children that come while it is made, and those may have gone again by then. */
+TEST_F(RemoteParentTest, ListsItsChildrenWhileTheyComeAndGo) {
+    std::unique_ptr<Node> root;
+    std::unique_ptr<Node> others[3];
+    TipprmiSequence<TreflectObject> childs;
+    const auto notFound = [](TipprmiStream &response) { response << 0U; };
+    std::unique_ptr<TreflectObject> lost;
+    Testing::TestThread finder([&] {
+        const TreflectHandlerState state(true);
+        lost = std::make_unique<TreflectObject>(name("lost"));
+    });
+    peer.respond(peer.next(), notFound); // by its name
+    peer.respond(peer.next(), notFound); // by its handle, as for every copy
+    finder.join();
+    Testing::TestThread maker([&] {
+        const TreflectHandlerState state(true);
+        root = std::make_unique<Node>("root");
+        root->registerChild("a", *lost);
+    });
+    peer.respond(peer.next(), notFound);
+    maker.join();
+
+    Testing::TestThread lister([&] {
+        const TreflectHandlerState state(true);
+        childs = root->getChilds();
+    });
+    AddressedMessage search = peer.next(); // "a" is put into the list
+    {
+        const TreflectHandlerState state(true);
+        int next = 0;
+        for (const char *text : {"b", "c", "d"}) {
+            others[next++] = std::make_unique<Node>(text, root->getClient());
+        }
+    }
+    peer.respond(search, notFound);
+    search = peer.next(); // "a" is put into a longer list
+    {
+        const TreflectHandlerState state(true);
+        for (const char *text : {"b", "c", "d"}) {
+            root->unregisterChild(text);
+        }
+    }
+    peer.respond(search, notFound);
+    lister.join();
+    const TreflectHandlerState state(true);
+    ASSERT_EQ(2U, childs.getLength());
+    EXPECT_EQ(lost->getStub(), childs[0].getStub());
+    EXPECT_EQ(others[0].get(), childs[1].getServer()) << "was there before \"a\" was copied again";
+    EXPECT_TRUE(link.takeIssued().empty());
+    childs.setLength(0);
+    root.reset();
+    lost.reset();
+}
+
 } // namespace

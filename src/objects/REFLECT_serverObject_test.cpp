@@ -7,6 +7,7 @@
 #include "threads/HandlerState.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <typeinfo>
 
@@ -99,6 +100,47 @@ TEST_F(ServerObjectTest, WithoutMemoryForItsNameAnObjectHasNone) {
     }
     ASSERT_NE(nullptr, object);
     EXPECT_STREQ(Testing::kLibraryHeapIsProbed ? "" : name.c_str(), object->objectName());
+}
+
+/** Its parent may have another child of the empty name. */
+TEST_F(ServerObjectTest, WithoutMemoryForItsNameAnObjectIsNobodysChild) {
+    Node parent("parent");
+    const Node nameless("", parent.getClient());
+    const std::string name = "a name of 20 letters";
+    std::optional<Plain> object;
+    {
+        const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+        EXPECT_NO_THROW(object.emplace(parent.getClient(), name));
+    }
+    ASSERT_TRUE(object.has_value());
+    EXPECT_EQ(Testing::kLibraryHeapIsProbed, !object->getParent().isConnected());
+    EXPECT_EQ(&nameless, parent.getChild("").getServer());
+    object.reset();
+    EXPECT_EQ(&nameless, parent.getChild("").getServer());
+}
+
+/** Wherever the memory ends: the name of a child is longer than what needs none. */
+TEST_F(ServerObjectTest, ChildrenComeAndGoWithoutMemory) {
+    const std::string name = "a name of 20 letters";
+    ASSERT_EQ(20U, name.size());
+    Node parent("parent");
+    const TreflectObject handle(&parent);
+    bool registered = false;
+    for (unsigned allowed = 0; allowed < 100 && !registered; ++allowed) {
+        std::optional<Plain> child;
+        {
+            const Testing::FailingHeap heap(allowed, Testing::FailingHeap::Calls::all);
+            EXPECT_NO_THROW(child.emplace(&handle, name)) << allowed;
+        }
+        ASSERT_TRUE(child.has_value());
+        registered = parent.getChild(name).isConnected();
+        {
+            const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+            child.reset();
+        }
+        EXPECT_EQ(0U, parent.getChilds().getLength()) << allowed;
+    }
+    EXPECT_TRUE(registered);
 }
 
 TEST_F(ServerObjectTest, WithoutMemoryForItsAnswerAnObjectRefusesTheCall) {
@@ -295,6 +337,24 @@ TEST_F(ServerObjectTest, WithoutMemoryThereIsNoChild) {
     EXPECT_EQ(0U, root.getChilds().getLength());
     root.registerChild("child", child);
     EXPECT_EQ(&plain, root.getChild("child").getServer());
+}
+
+TEST_F(ServerObjectTest, AListThatThereIsNoMemoryForEndsBeforeThat) {
+    Node root("root");
+    Node first("a", root.getClient());
+    const Node second(std::string(5000, 'x'), root.getClient());
+    TipprmiSequence<TreflectObject> childs;
+    {
+        const Testing::FailingHeap heap(1, Testing::FailingHeap::Calls::all); // for the list, but not for a long name
+        EXPECT_NO_THROW(childs = root.getChilds());
+    }
+    ASSERT_EQ(Testing::kLibraryHeapIsProbed ? 1U : 2U, childs.getLength());
+    EXPECT_EQ(&first, childs[0].getServer());
+    {
+        const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+        EXPECT_NO_THROW(childs = root.getChilds());
+    }
+    EXPECT_EQ(0U, childs.getLength());
 }
 
 } // namespace
