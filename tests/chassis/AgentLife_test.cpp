@@ -82,6 +82,7 @@ TEST_F(AgentTest, EndsBySignalsAndTakesItsPortsWithIt) {
         probe.ask("chassis", "chassis made");
         probe.ask("watch", "watching");
         const auto agent = startAgent();
+        EXPECT_EQ("", probe.expect("came 2"));
         EXPECT_EQ("", probe.expect("created /chassis/slot2/left"));
         agent->expect("slot 2 is part of /chassis");
         EXPECT_EQ(" 2:" + std::to_string(agent->pid()), probe.ask("slots", "slots"));
@@ -109,7 +110,7 @@ TEST_F(AgentTest, ComesBackAfterItWasKilled) {
     agent->expect("slot 2 is part of /chassis");
     EXPECT_EQ(" 2:" + std::to_string(agent->pid()), probe.ask("slots", "slots"));
     EXPECT_EQ("1400", probe.ask("attribute /chassis/slot2/left mtu", "attribute "));
-    probe.ask("watch", "watching");
+    watch(probe);
     EXPECT_EQ("", probe.expect("created /chassis/slot2/left"));
     ASSERT_EQ("", network_.setMtu("left", 1300));
     EXPECT_EQ("down down 1300", probe.expect("changed /chassis/slot2/left "));
@@ -119,7 +120,7 @@ TEST_F(AgentTest, GoesOnWithoutAChassisAndBecomesPartOfEachThatComes) {
     const auto agent2 = startAgent(2);
     const auto agent3 = startAgent(3);
     Actor watcher(probes_, 4);
-    watcher.ask("watch", "watching");
+    watch(watcher, {2, 3});
     EXPECT_EQ("", watcher.expect("created /chassis/slot2/lo"));
     for (int i = 0; i < 3; ++i) {
         Actor owner(probes_, 1);
@@ -141,7 +142,7 @@ TEST_F(AgentTest, BelongsToTheManagerThatIsThere) {
     const auto agent = startAgent();
     for (int i = 0; i < 3; ++i) {
         Program manager(unit_, 1, {CHASSIS_MANAGER});
-        manager.expect("port lo found");
+        manager.expectAll({"port lo ", "actor port_agent"});
         agent->expect("slot 2 is part of /chassis");
         ASSERT_EQ("", network_.add("new" + std::to_string(i)));
         manager.expect("port new" + std::to_string(i) + " created");
@@ -152,7 +153,7 @@ TEST_F(AgentTest, BelongsToTheManagerThatIsThere) {
 TEST_F(AgentTest, ASecondSignalEndsItWhenThoseThatItTellsHang) {
     const auto agent = startAgent();
     Actor probe(probes_);
-    probe.ask("watch", "watching");
+    watch(probe);
     EXPECT_EQ("", probe.expect("created /chassis/slot2/lo"));
     probe.signal(SIGSTOP);
     EXPECT_TRUE(Testing::eventually([&agent] { // until the first one is taken, a second is the same

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Testing {
 
@@ -24,6 +25,14 @@ protected:
                                                std::vector<std::string>{PORT_AGENT, "--slot", std::to_string(slot)});
         agent->expect("slot " + std::to_string(slot) + " is published");
         return agent;
+    }
+
+    /** Returns when it has subscribed to all that happens in these slots, which have agents. */
+    static void watch(Actor &probe, const std::vector<unsigned> &slots = {2}) {
+        probe.ask("watch", "watching");
+        for (const unsigned slot : slots) {
+            EXPECT_EQ("", probe.expect("came " + std::to_string(slot)));
+        }
     }
 
     Network network_;

@@ -40,7 +40,8 @@ TEST_F(Changes, OfAnMtuReachTheKernelAndWhoeverWatches) {
     const Started agent = agentIn(network_, 2);
     const Started watch = startWatch();
     manager->expect("slot 2  port left created: down, mtu 1500, " + network_.macAddress("left"));
-    watch->expect("slot 2  port left found: down, mtu 1500, " + network_.macAddress("left"));
+    const std::string found = watch->expect("slot 2  port left ");
+    EXPECT_TRUE(has(found, ": down, mtu 1500, " + network_.macAddress("left"))) << found;
     const Outcome outcome = portctl({"set", "slot2/left", "mtu", "1400"});
     EXPECT_EQ(0, outcome.status);
     EXPECT_EQ("/chassis/slot2/left: down, mtu 1400\n", outcome.output);
@@ -71,9 +72,9 @@ TEST_F(Changes, OfOneEndOfACableAreSeenAtTheOther) {
     const Started manager = startManager();
     const Started second = agentIn(network_, 2);
     const Started third = agentIn(other, 3);
-    manager->expectAll({"slot 2  port left created", "slot 2  port right created"});
+    manager->expectAll({"slot 2  port left created", "slot 2  port right created", agentOf(2), agentOf(3)});
     const Started watch = startWatch();
-    watch->expectAll({"slot 2  port left found", "slot 2  port right found"});
+    watch->expectAll({"slot 2  port left ", "slot 2  port right ", agentOf(2), agentOf(3)});
     ASSERT_EQ("", network_.move("right", other));
     for (const Started *each : {&manager, &watch}) {
         (*each)->expectAll({"slot 2  port right deleted", "slot 3  port right created: down, mtu 1500"});
@@ -96,6 +97,8 @@ TEST_F(Changes, InterfacesThatComeAndGoAreToldOfInTheirOrder) {
     const Started manager = startManager();
     const Started agent = agentIn(network_, 2);
     const Started watch = startWatch();
+    manager->expect(agentOf(2));
+    watch->expect(agentOf(2));
     for (const std::string name : {"one", "two"}) {
         ASSERT_EQ("", network_.add(name));
         ASSERT_EQ("", network_.remove(name));

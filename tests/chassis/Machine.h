@@ -31,6 +31,11 @@ protected:
         agent->expect("slot " + std::to_string(slot) + " is part of /chassis");
         return agent;
     }
+    /** How one that watches tells of an agent. It does so when it has subscribed to all that happens there; the ports
+     *  of an agent that was there before are "found", or "created" if it learns of that one only now. */
+    static std::string agentOf(unsigned slot) {
+        return "slot " + std::to_string(slot) + "  actor port_agent (broker 0x";
+    }
     Outcome portctl(std::vector<std::string> arguments) const {
         arguments.insert(arguments.begin(), PORTCTL);
         return runProgram(unit_, 9, arguments);

@@ -44,14 +44,14 @@ TEST_F(Manager, TellsOfThePortsOfAllSlots) {
     const Started early = launchAgent(2);
     early->expect("slot 2 is published");
     const Started manager = startManager();
-    manager->expectAll({"slot 2  actor port_agent (broker 0x", "slot 2  port lo found: "});
+    manager->expectAll({agentOf(2), "slot 2  port lo "});
     early->expect("slot 2 is part of /chassis");
     const Started late = startAgent(3);
-    manager->expectAll({"slot 3  actor port_agent (broker 0x", "slot 3  port lo created: "});
+    manager->expectAll({agentOf(3), "slot 3  port lo created: "});
     late->signal(SIGTERM);
     EXPECT_EQ(0, late->end()) << late->output();
     manager->expect("slot 3  port lo deleted");
-    manager->expect("slot 3  actor port_agent (broker 0x");
+    manager->expect(agentOf(3));
 }
 
 TEST_F(Manager, MissesNobodyWhenAllStartAtOnce) {
@@ -99,7 +99,7 @@ TEST_F(Manager, ThatIsKilledIsReplacedByAnotherToWhichAllAgentsCome) {
     manager->kill();
     EXPECT_EQ(4, portctl({"tree"}).status);
     manager = startManager();
-    manager->expectAll({"slot 2  port lo found: ", "slot 3  port lo found: "});
+    manager->expectAll({"slot 2  port lo ", "slot 3  port lo "});
     for (const Started *agent : {&second, &third}) {
         (*agent)->expect("is part of /chassis");
     }

@@ -3,7 +3,8 @@
  *   chassis                 owns /chassis from now on                   -> "chassis made"
  *   slots                   that have come to its chassis               -> "slots 1:PID 2:PID"
  *   watch                   ports that come and go, and their changes   -> "watching"; then "created PATH",
- *                           "deleted PATH", "changed PATH ADMIN OPER MTU" as they come
+ *                           "deleted PATH", "changed PATH ADMIN OPER MTU" as they come, and "came SLOT" when it has
+ *                           subscribed at a broker there
  *   forbid PATH             forbids changes of its MTU                  -> "forbidden"
  *   hold PATH               holds the next change of its MTU            -> "ready"; then "held", until "go" -> "gone"
  *   port PATH               -> "port NAME INDEX MAC MTU ADMIN OPER SPEED", each that is empty as "-", and the exception
@@ -19,6 +20,7 @@
 #include "Chassis.h"
 #include "Paths.h"
 #include "observation/REFLECT_Observer.h"
+#include "observation/REFLECT_OrbObserver.h"
 #include "orb/REFLECT_orb.h"
 #include "platform/Lock.h"
 #include "system/actor/Output.h"
@@ -105,6 +107,11 @@ bool created(Observer &observer, Observer &changes) {
     return true;
 }
 
+class Brokers : public TreflectOrbObserverIf {
+public:
+    void orbAppearance(const Transport::TerminationId &id, const Appear_t &) override { say("came %u", id.slot()); }
+};
+
 void onWatch(Arguments &) {
     // They live as long as the process: it may be told something when it ends.
     static auto *const changes = new Observer(&changed);
@@ -113,6 +120,9 @@ void onWatch(Arguments &) {
         say("deleted %s", pathOf(*observer.getSource()).c_str());
         return true;
     });
+    static auto *const brokers = new Brokers;
+    // Those that are there now are asked by what follows, and others tell that they come when they have been asked.
+    TreflectORB::getInstance(NamespaceId(1))->registerOrbCreation(brokers, true);
     PortMeta::instance()->observeCreations(creations, false); // of what is created while it asks for the existing ones
     PortMeta::instance()->observeCreations(creations, true);
     PortMeta::instance()->observeDeletions(deletions);
