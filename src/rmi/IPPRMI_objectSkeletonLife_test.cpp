@@ -92,11 +92,11 @@ TEST_F(SkeletonLifeTest, WhoHasThePermissionKeepsTheClientDuringAMove) {
             object.connect(&orb, name("object"));
         }
     });
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < 3000 && !HasFailure(); ++round) { // the mover must be told in any case
         const TreflectHandlerState state(true);
         const TipprmiObjectClient *const client = object.getClient();
-        ASSERT_EQ(object.orbId(), client->getStub_()->orbId()) << "that of the registration before";
-        ASSERT_EQ(client, object.getClient());
+        EXPECT_EQ(object.orbId(), client->getStub_()->orbId()) << "that of the registration before";
+        EXPECT_EQ(client, object.getClient());
     }
     enough = true;
 }
