@@ -4,6 +4,8 @@
 #include "rmi/IPPRMI_any.h"
 #include "rmi/StreamOperators.h"
 
+#include <array>
+#include <cstddef>
 #include <exception>
 #include <utility>
 #include <vector>
@@ -12,6 +14,10 @@
 template <class T>
 struct TipprmiLeastSize {
     static constexpr unsigned value = 4;
+};
+template <class T, std::size_t Length>
+struct TipprmiLeastSize<std::array<T, Length>> {
+    static constexpr unsigned value = static_cast<unsigned>(Length) * TipprmiLeastSize<T>::value;
 };
 
 /** A counted array. The bound is not used: all are unbounded. */

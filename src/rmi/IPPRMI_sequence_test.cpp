@@ -4,7 +4,10 @@
 #include "support/BrokerTest.h"
 #include "support/HeapProbe.h"
 
+#include <array>
+#include <cstddef>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -178,6 +181,24 @@ TEST_F(SequenceTest, ACountThatTheDataCannotHoldEndsTheReading) {
         EXPECT_EQ(0U, anys.getLength());
         EXPECT_TRUE(again.hasUnmarshallingFailed());
     }
+}
+
+TEST_F(SequenceTest, ACountOfArraysNeedsTheDataOfAllTheirElements) {
+    using Lanes = std::array<unsigned, 4>;
+    constexpr int kCount = 65537;
+    for (const bool enough : {false, true}) {
+        TipprmiStream stream(4 + kCount * 16);
+        stream << static_cast<unsigned>(kCount);
+        const int bytes = kCount * (enough ? 16 : 15);
+        stream.marshall(std::vector<unsigned char>(static_cast<std::size_t>(bytes), 1).data(), bytes);
+        TipprmiSequence<Lanes> read;
+        stream >> read;
+        EXPECT_EQ(enough ? 65537U : 0U, read.getLength());
+        EXPECT_EQ(!enough, stream.hasUnmarshallingFailed());
+    }
+    EXPECT_EQ(1U, log.with("< size(1048592)").size());
+    constexpr unsigned kNested = TipprmiLeastSize<std::array<std::array<Reference, 3>, 2>>::value;
+    EXPECT_EQ(6U * 16U, kNested);
 }
 
 TEST_F(SequenceTest, ALargeCountIsBelievedIfTheDataHoldsIt) {
