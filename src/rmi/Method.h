@@ -52,8 +52,8 @@ struct TipprmiOut : TipprmiInOut<T> {
 
 /**
  * The last parameter of an operation that raises exceptions of these classes: it holds what was raised, the general
- * exception if the call failed, or nothing. An answer whose exception cannot be read is a failed call. An exception of
- * a class that is not listed is left to the caller.
+ * exception, with code 0, if the call failed, or nothing. An answer whose exception cannot be read is a failed call, as
+ * is one with a general exception, whatever its code. An exception of a class that is not listed is left to the caller.
  */
 template <class... Exceptions>
 struct TipprmiRaises {
@@ -135,6 +135,11 @@ struct TipprmiMethod {
         Call hook(*this, server, arguments...);
         if (TreflectObjectStub *stub = client.getStub_()) {
             ClientCallHelper(hook, hook, hook, *stub, server, cc, mc, transaction);
+        } else { // there was no memory for one: a failed call
+            TipprmiAny response;
+            response.stopUnmarshalling();
+            hook.evaluateResponse(response);
+            hook.unmarshallOut(response);
         }
         return hook.result.give();
     }

@@ -4,6 +4,7 @@
 #include "observation/REFLECT_Observer.h"
 #include "support/BrokerTest.h"
 #include "support/FakePeer.h"
+#include "support/HeapProbe.h"
 #include "support/ReflectiveClasses.h"
 #include "support/ScriptedObject.h"
 
@@ -211,6 +212,20 @@ TEST_F(MethodTest, AFailedCallRaisesTheGeneralException) {
     EXPECT_EQ("0  0 1", setRate(remote()));
     const Port nobody;
     EXPECT_EQ("0  0 1", setRate(nobody));
+}
+
+TEST_F(MethodTest, ACallByAHandleThatThereWasNoMemoryForHasFailed) {
+    const Testing::EquipmentImpl fresh("fresh");
+    const Port handle = [&fresh] {
+        const Testing::FailingHeap heap;
+        return Port(&fresh);
+    }();
+    ASSERT_EQ(nullptr, handle.getStub());
+    log.clear();
+    EXPECT_EQ("0  0 1", setRate(handle));
+    handle.blink();
+    EXPECT_EQ("", handle.serial());
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(MethodTest, AnExceptionOfAnotherClassIsLeftToTheCaller) {
