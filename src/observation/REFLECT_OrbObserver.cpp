@@ -7,6 +7,7 @@
 #include "platform/Log.h"
 #include "platform/TransportLayer.h"
 #include "threads/HandlerState.h"
+#include "threads/PartingState_p.h"
 
 #include <algorithm>
 #include <cassert>
@@ -20,6 +21,13 @@ constexpr TreflectOrbObserverIf::Appear_t kBoth = TreflectOrbObserverIf::appear 
 
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 using SignalLocked = OSWrap::Lock<OSWrap::ConditionVar>;
+
+thread_local unsigned callbacks = 0; // that the thread is in, of whatever broker
+
+struct InCallback {
+    InCallback() { ++callbacks; }
+    ~InCallback() { --callbacks; }
+};
 
 } // namespace
 
@@ -73,11 +81,11 @@ bool TreflectOrbObserver::unsubscribe(const TreflectOrbObserverIf *observer) {
     erase(observer);
     OSWrap::DisableCancelStateGuard uncancelled; // observers unsubscribe in their destructors
     SignalLocked lock(told_);
-    if (teller_ == OSWrap::Thread::getCurrentId()) {
-        return true; // in a callback, which cannot be waited for
+    if (callbacks != 0) {
+        return true; // which would have to be waited for by itself, or by one of another broker that waits likewise
     }
     pending_.remove_if([observer](const TreflectOrbObserverIf *other) { return other == observer; });
-    while (current_ == observer && !closed_) {
+    while (current_ == observer && !closed_ && !TreflectORB::hasRunPermission()) {
         told_.wait(OSWrap::TimeSpec::INFINITETIME);
     }
     return true;
@@ -110,6 +118,7 @@ TreflectOrbObserver::Observers::iterator TreflectOrbObserver::obsFind(const Tref
 
 void TreflectOrbObserver::notifyExistingOrbs(TreflectOrbObserverIf *observer) {
     SingletonInstances::Inside inside; // as in deliver()
+    const InCallback callback;
     for (const Transport::TerminationPtr &termination : Transport::TransportLayer::getTerminations()) {
         observer->orbAppearance(termination->termId(), TreflectOrbObserverIf::appear);
     }
@@ -151,6 +160,7 @@ bool TreflectOrbObserver::getAppearance(OrbAppear_t &out) {
 }
 
 int TreflectOrbObserver::handler() {
+    ThreadEnd::watch(); // observers may end the process
     OrbAppear_t event;
     for (;;) { // until the thread is cancelled
         if (appeared() && getAppearance(event)) {
@@ -179,7 +189,6 @@ void TreflectOrbObserver::deliver(const OrbAppear_t &event) {
 /** A copy of the subscriptions, since observers may come and go in a callback. */
 bool TreflectOrbObserver::selectObservers(Appear_t type) {
     SignalLocked lock(told_);
-    teller_ = OSWrap::Thread::getCurrentId();
     pending_.clear();
     Locked observersLock(observerLock_);
     try {
@@ -213,6 +222,7 @@ void TreflectOrbObserver::tellNext(const OrbAppear_t &event) {
         current_ = observer;
     }
     const std::unique_ptr<TreflectOrbObserver, void (*)(TreflectOrbObserver *)> end(this, &endOfCallback);
+    const InCallback callback;
     observer->orbAppearance(event.id, event.type);
 }
 

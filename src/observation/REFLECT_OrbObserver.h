@@ -56,8 +56,10 @@ public:
      *  terminations that are there, before this returns. False for null. */
     bool subscribe(TreflectOrbObserverIf *observer, const Appear_t &mask, bool notifyExisting);
     /**
-     * Called in a callback of the thread: it may still be told of the event that is being told right now. Otherwise it
-     * is told no more when this returns, which waits for a callback of its own that is running.
+     * Called in a callback of any broker's thread, it waits for nothing, and the observer may still be told of the
+     * event that is being told right now. Otherwise it is told no more by the thread when this returns, which waits for
+     * its callback that is running; but not for a subscribe() that tells it of what is there already, nor for anything
+     * while the caller keeps the run permission.
      */
     bool unsubscribe(const TreflectOrbObserverIf *observer);
     /** An event has come. */
@@ -95,11 +97,10 @@ private:
     OSWrap::Mutex observerLock_;
     std::list<OrbAppear_t> events_ RB_GUARDED_BY(signal_);
     OSWrap::ConditionVar signal_{false};
-    // Of the event that is being told: who is still to be told, who is being told, in which thread.
+    // Of the event that is being told: who is still to be told, and who is being told.
     OSWrap::ConditionVar told_{false}; // taken before the observer lock
     std::list<TreflectOrbObserverIf *> pending_ RB_GUARDED_BY(told_);
     const TreflectOrbObserverIf *current_ RB_GUARDED_BY(told_) = nullptr;
-    unsigned long teller_ RB_GUARDED_BY(told_) = 0;
     std::atomic<bool> closed_{false};
     std::atomic<bool> telling_{false};
     OSWrap::MethodThread<TreflectOrbObserver> worker_;

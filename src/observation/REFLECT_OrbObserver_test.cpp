@@ -256,17 +256,43 @@ TEST_F(OrbObserverTest, WithoutMemoryNobodySubscribesAndNothingIsTold) {
     EXPECT_EQ("", watcher.told());
 }
 
+/** Two callbacks of one observer, told by two brokers, that each would wait for the other. */
+TEST_F(OrbObserverTest, ACallbackWaitsForThatOfNoOtherBroker) {
+    TreflectOrbObserver other;
+    Watcher watcher;
+    std::atomic<int> inside{0};
+    std::atomic<int> left{0};
+    watcher.reaction = [&](TreflectOrbObserverIf::Appear_t) {
+        const TreflectReleaseHandlerState released;
+        ++inside;
+        EXPECT_TRUE(Testing::eventually([&] { return inside == 2; }));
+        EXPECT_TRUE(observer.unsubscribe(&watcher));
+        EXPECT_TRUE(other.unsubscribe(&watcher));
+        ++left;
+    };
+    for (TreflectOrbObserver *each : {&observer, &other}) {
+        EXPECT_TRUE(each->subscribe(&watcher, 1, false));
+        EXPECT_TRUE(each->notify(kPeer, 1));
+    }
+    EXPECT_TRUE(Testing::eventually([&] { return left == 2; }));
+    observer.unsubscribe(&watcher); // which waits for the rest of the callbacks
+    other.unsubscribe(&watcher);
+}
+
 TEST_F(OrbObserverTest, WhoIsDestroyedIsForgotten) {
     Watcher first;
     Watcher last;
     auto gone = std::make_unique<Watcher>();
     auto goesInACallback = std::make_unique<Watcher>();
+    first.reaction = [&](TreflectOrbObserverIf::Appear_t) { goesInACallback.reset(); };
     orb.registerOrbCreation(&first, false);
     for (Watcher *each : {gone.get(), goesInACallback.get(), &last}) {
         orb.registerOrbCreation(each, false);
     }
-    first.reaction = [&](TreflectOrbObserverIf::Appear_t) { goesInACallback.reset(); };
-    gone.reset();
+    {
+        const TreflectHandlerState state(true); // it is not being told
+        gone.reset();
+    }
     link.peerAppears(kPeer);
     EXPECT_TRUE(Testing::eventually([&] { return last.told().find("42:1") != std::string::npos; }));
     EXPECT_EQ(nullptr, goesInACallback);

@@ -5,10 +5,12 @@
 #include "orb/SingletonInstances_p.h"
 #include "orb/TellObserver_p.h"
 #include "platform/Lock.h"
+#include "platform/Log.h"
 #include "platform/TransportLayer.h"
 #include "threads/HandlerState.h"
 
 #include <algorithm>
+#include <new>
 
 namespace {
 
@@ -43,9 +45,17 @@ bool TreflectMissedOrbs::empty() const {
 
 void TreflectMissedOrbs::notify(unsigned cc, TreflectObserver &observer, bool plusExisting) const {
     std::vector<TreflectOrbId> missed;
+    bool copied = true;
     {
         Locked lock(lock_);
-        missed = missed_;
+        try {
+            missed = missed_;
+        } catch (const std::bad_alloc &) {
+            copied = false;
+        }
+    }
+    if (!copied) {
+        LogDispatch(3, "ORB has no memory to ask brokers that were missed", "REFLECT_orb");
     }
     TreflectHandlerState state(true);
     const SingletonInstances::Pin pinned(NamespaceId(1));

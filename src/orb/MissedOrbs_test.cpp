@@ -1,5 +1,6 @@
 #include "orb/MissedOrbs_p.h"
 
+#include "support/HeapProbe.h"
 #include "support/ObjectEventsTest.h"
 
 namespace {
@@ -75,6 +76,16 @@ TEST_F(MissedOrbsTest, DeletionsAreSubscribedToLikewise) {
     deletions.notify(kClass, watcher, true);
     EXPECT_EQ("42:tODNSU(77)", unit.summary());
     EXPECT_EQ(std::vector<unsigned>{}, watcher.told);
+}
+
+TEST_F(MissedOrbsTest, WithoutMemoryNobodyIsAskedAndNothingThrown) {
+    creations.add(peer);
+    {
+        const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+        creations.notify(kClass, watcher, false);
+    }
+    EXPECT_EQ("", unit.summary());
+    EXPECT_FALSE(creations.empty());
 }
 
 TEST_F(MissedOrbsTest, WhoHasGoneIsNotAsked) {

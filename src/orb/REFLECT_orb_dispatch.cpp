@@ -9,6 +9,7 @@
 #include "platform/TransportLayer.h"
 #include "rmi/IPPRMI_objectSkeleton.h"
 #include "threads/HandlerState.h"
+#include "threads/PartingState_p.h"
 #include "threads/ReleaseHook_p.h"
 
 namespace {
@@ -52,6 +53,7 @@ void TreflectORB::dispatchEntry() {
             --queue.workers; // the last: once the lock is released the broker may be gone
         }
     } leaving{*queue_};
+    ThreadEnd::watch(); // methods may end the process
     SingletonInstances::Inside inside;
     TreflectHandlerState state(true);
     Worker worker;

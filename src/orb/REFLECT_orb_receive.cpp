@@ -10,6 +10,7 @@
 #include "platform/Log.h"
 #include "platform/Thread.h"
 #include "threads/HandlerState.h"
+#include "threads/PartingState_p.h"
 
 #include <cstdlib>
 #include <new>
@@ -186,6 +187,7 @@ void TreflectORB::resetUnit() const {
 
 /** On the membership thread, which may block: who comes up may have to be asked for its objects. */
 void TreflectORB::appeared(Transport::Termination &termination) {
+    ThreadEnd::watch(); // observers of creations may end the process
     SingletonInstances::Inside inside;
     const Transport::TerminationId who = termination.termId();
     LogDispatch(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", termId().value(), who.value()), kSource);

@@ -55,8 +55,23 @@ void DebugPermission<Debugging_t<1>>::get() {
         return; // in a child the owner, and who held the queue's lock, live in the other process
     }
     LockAudit::assertNoPlainLock("the run permission is taken while a plain lock is held");
-    waitForTurn();
+    waitForTurn(OSWrap::TimeSpec::INFINITETIME);
     lockCounted(false);
+}
+
+bool DebugPermission<Debugging_t<1>>::getUntil(const OSWrap::TimeSpec &end) {
+    OSWrap::DisableCancelStateGuard uncancelled;
+    if (owner() == OSWrap::Thread::getCurrentId() || Platform::inForkedChild()) {
+        return false;
+    }
+    if (tryGet()) {
+        return true;
+    }
+    if (!waitForTurn(end)) {
+        return false;
+    }
+    lockCounted(false);
+    return true;
 }
 
 bool DebugPermission<Debugging_t<1>>::tryGet() {
@@ -93,7 +108,7 @@ void DebugPermission<Debugging_t<1>>::learnOwner(Waiter &waiter) const {
  * Each waiter has a condition of its own, so that a hand-off wakes one thread. One that is not the head looks every ten
  * seconds whether it has become that; so it reports in time without being woken for it.
  */
-void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
+bool DebugPermission<Debugging_t<1>>::waitForTurn(const OSWrap::TimeSpec &end) RB_NO_ANALYSIS {
     OSWrap::DeferredCancelTypeGuard deferred;
     Waiter self(*this);
     queueLock_.lock();
@@ -105,18 +120,25 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
         becomeHead(self);
     }
     pthread_cleanup_push(&DebugPermission::removeId, &self);
-    while (!myTurn(self)) {
+    bool inTime = true;
+    while (!myTurn(self) && inTime) {
         const bool head = head_ == &self;
         const OSWrap::TimeSpec waited = head ? OSWrap::Clock::getObsTime() - self.lastReport : OSWrap::TimeSpec();
         if (waited < kReportStep) {
-            queueLock_.wait(self.woken, kReportStep - waited);
+            queueLock_.wait(self.woken, std::min(kReportStep - waited, end - OSWrap::Clock::getObsTime()));
             wakeUps_.fetch_add(1, std::memory_order_relaxed);
         }
+        inTime = OSWrap::Clock::getObsTime() < end;
         if (head_ == &self && owner() != 0) {
             reportWait(self);
         }
     }
     pthread_cleanup_pop(0);
+    if (!myTurn(self)) {
+        unlink(self);
+        queueLock_.unlock();
+        return false;
+    }
     takeTurn(self);
     queueLock_.unlock();
     const OSWrap::TimeSpec waited = OSWrap::Clock::getObsTime() - self.headSince;
@@ -128,6 +150,7 @@ void DebugPermission<Debugging_t<1>>::waitForTurn() RB_NO_ANALYSIS {
                                   seconds(waited)),
                     kSource);
     }
+    return true;
 }
 
 void DebugPermission<Debugging_t<1>>::takeTurn(Waiter &waiter) {

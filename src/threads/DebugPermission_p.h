@@ -24,6 +24,8 @@ public:
      * 90 unless that is switched off.
      */
     void get();
+    /** Likewise, until `end` at most, not a cancellation point; false: not taken. */
+    bool getUntil(const OSWrap::TimeSpec &end);
     /** Takes it if it is free and nobody waits for it. */
     bool tryGet();
     /** Gives one level back; only its owner can. */
@@ -50,7 +52,7 @@ private:
     // Ids of threads are addresses of objects that are larger, so their lowest bit is free.
     static constexpr unsigned long kQueued = 1;
 
-    void waitForTurn();
+    bool waitForTurn(const OSWrap::TimeSpec &end);
     void becomeOwner();
     void takeTurn(Waiter &waiter) RB_REQUIRES(queueLock_);
     void passOn();

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <execinfo.h>
 #include <new>
+#include <unistd.h>
 
 namespace {
 
@@ -34,7 +35,9 @@ HandlerThreadsType *create() {
         object.load()->announce();
         void *frame = nullptr;
         ::backtrace(&frame, 1); // loads what later backtraces need, now and not on a small stack
-        ThreadEnd::watch();     // most often the main thread, which is the one to call exit()
+        if (OSWrap::Thread::getCurrentTid() == ::getpid()) {
+            ThreadEnd::watch(); // the main thread, and when that ends the process does; others may end before it
+        }
     }
     return object;
 }

@@ -47,6 +47,8 @@ public:
     void getPermission();
     /** Takes the permission if it is free right now, entering first if asked to. Never waits, never logs. */
     bool tryGet(bool enterFirst);
+    /** For a handler without permission: waits for its turn, until `end` at most. */
+    bool getUntil(const OSWrap::TimeSpec &end) { return permission_.getUntil(end); }
     /** False, and nothing taken, if the calling thread is no handler. */
     bool retrievePermission();
     void releasePermission();

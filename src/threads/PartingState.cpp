@@ -9,11 +9,11 @@
 namespace {
 
 constexpr OSWrap::TimeSpec kLimit(2, 0);
-constexpr OSWrap::TimeSpec kStep(0, 1000000);
 
 // Usable to the last moment of the thread, as they need no destructor.
 thread_local bool begunHere = false;
 thread_local bool hasWaited = false;
+thread_local bool watched = false;
 
 /** Such objects go before all static ones when their thread calls exit(). */
 struct Mark {
@@ -25,11 +25,15 @@ thread_local Mark mark;
 } // namespace
 
 void ThreadEnd::watch() noexcept {
+    if (watched) {
+        return;
+    }
     // The first use of the mark in a thread registers its destructor. The C library aborts if it cannot, so look first.
     void *volatile memory = ::operator new(4096, std::nothrow); // volatile: not to be optimised away
     if (memory != nullptr) {
         ::operator delete(memory);
         mark.touch();
+        watched = true;
     }
 }
 
@@ -65,14 +69,7 @@ void PartingState::takeInTime() {
     if (entered_) {
         threads.enter(false);
     }
-    const OSWrap::TimeSpec end = OSWrap::Clock::getObsTime() + kLimit;
-    while (!threads.tryGet(false)) {
-        if (hasWaited || OSWrap::Clock::getObsTime() > end) {
-            hasWaited = true;
-            has_ = false;
-            return;
-        }
-        OSWrap::Thread::sleep(kStep);
-    }
-    taken_ = true;
+    taken_ = hasWaited ? threads.tryGet(false) : threads.getUntil(OSWrap::Clock::getObsTime() + kLimit);
+    has_ = taken_;
+    hasWaited = !taken_;
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -85,19 +86,30 @@ TEST(PartingState, AtTheEndItWaitsOnceAndNotForEver) {
     });
 }
 
-TEST(PartingState, AtTheEndItWaitsForAShortWhile) {
+/** There is always somebody who waits, so that it is never free. */
+TEST(PartingState, AtTheEndItHasItsTurnAmongOthers) {
     Holder holder;
-    Gate waits;
+    std::atomic<bool> enough{false};
+    const auto takeTurns = [&enough] {
+        while (!enough) {
+            const TreflectHandlerState state(true);
+        }
+    };
     bool has = false;
     {
-        const TestThread thread([&] {
-            ThreadEnd::begin();
-            waits.open();
-            const PartingState state;
-            has = state.hasPermission();
-        });
-        EXPECT_TRUE(waits.pass());
-        holder.letGo();
+        const TestThread one(takeTurns);
+        const TestThread two(takeTurns);
+        EXPECT_TRUE(Testing::eventually([] { return handlerThreads()->waitingForPermission() == 2; }));
+        {
+            const TestThread thread([&] {
+                ThreadEnd::begin();
+                const PartingState state;
+                has = state.hasPermission();
+            });
+            EXPECT_TRUE(Testing::eventually([] { return handlerThreads()->waitingForPermission() == 3; }));
+            holder.letGo();
+        }
+        enough = true;
     }
     EXPECT_TRUE(has);
 }
