@@ -49,15 +49,16 @@ TEST_F(Messages, OfEightSendersKeepTheirOrder) {
         ids.push_back(senders.back()->probe());
     }
     for (unsigned i = 0; i < 8; ++i) {
-        senders[i]->tell("send " + to + (i % 2 == 0 ? " 100 2000" : " 100000 300"));
+        // None has more than what may wait for a peer: a receiver that is busy with all may not keep them from sending.
+        senders[i]->tell("send " + to + (i % 2 == 0 ? " 100 2000" : " 100000 150"));
     }
     for (unsigned i = 0; i < 8; ++i) {
-        EXPECT_EQ(i % 2 == 0 ? "2000" : "300", senders[i]->expect("sent "));
+        EXPECT_EQ(i % 2 == 0 ? "2000" : "150", senders[i]->expect("sent "));
     }
-    EXPECT_EQ("", receiver.ask("await 9200", "got"));
+    EXPECT_EQ("", receiver.ask("await 8600", "got"));
     receiver.tell("tell");
     for (unsigned i = 0; i < 8; ++i) {
-        EXPECT_EQ(i % 2 == 0 ? " count 2000 bytes 200000 errors 0" : " count 300 bytes 30000000 errors 0",
+        EXPECT_EQ(i % 2 == 0 ? " count 2000 bytes 200000 errors 0" : " count 150 bytes 15000000 errors 0",
                   receiver.expect("from " + ids[i]));
     }
 }
