@@ -21,15 +21,24 @@ class Events : public testing::Test {
 protected:
     std::unique_ptr<Actor> start(unsigned slot) {
         auto actor = std::make_unique<Actor>(unit_, slot);
-        actor->ask("orb 1", "orb ");
+        ids_[actor.get()] = actor->ask("orb 1", "orb ").substr(9);
         return actor;
     }
-    /** When the others have seen it. */
-    static void meet(const std::vector<Actor *> &actors) {
-        for (Actor *actor : actors) {
-            EXPECT_TRUE(actor->askUntil("events members", "events ", std::to_string(actors.size())));
+    const std::string &idOf(const Actor &actor) const { return ids_.at(&actor); }
+    /** Returns when each has seen all others, and has subscribed at them to what it watches. */
+    void meet(const std::vector<Actor *> &actors) const {
+        for (const Actor *actor : actors) {
+            for (const Actor *other : actors) {
+                EXPECT_TRUE(actor == other || seen(*actor, idOf(*other)));
+            }
+        }
+        // It is logged before that is done, but appearances are dealt with one after the other.
+        const std::string last = actors.back()->probe(2);
+        for (const Actor *actor : actors) {
+            EXPECT_TRUE(seen(*actor, last));
         }
     }
+    static bool seen(const Actor &actor, const std::string &id) { return actor.waitLog("sees 0x" + id + " appear\n"); }
     static void create(Actor &actor, const std::string &name) {
         EXPECT_EQ("created", actor.ask("object create " + name, "object "));
     }
@@ -43,13 +52,15 @@ protected:
     }
 
     const Testing::TempDir directory_;
-    const Testing::Unit unit_{directory_.path() + "/unit", {"REFLECTORB_LOG_LEVEL=4"}};
+    const Testing::Unit unit_{directory_.path() + "/unit", {"REFLECTORB_LOG_LEVEL=5"}};
+    std::map<const Actor *, std::string> ids_; // of their brokers
 };
 
 TEST_F(Events, ReachAllThatWatch) {
     const auto one = start(1);
     const auto two = start(2);
     const auto three = start(2);
+    meet({one.get(), two.get(), three.get()});
     create(*one, "early");
     for (Actor *actor : {one.get(), two.get()}) {
         actor->ask("events watch", "events ");
@@ -77,15 +88,13 @@ TEST_F(Events, OfAnActorThatComesLaterAndOfOneThatComesBack) {
     one->ask("events watch", "events ");
     one->ask("events brokers", "events ");
     auto two = start(2);
-    const std::string id = one->expect("broker ");
-    EXPECT_NE(std::string::npos, id.find(" appears")) << id;
+    EXPECT_EQ(idOf(*two) + " appears", one->expect("broker "));
     create(*two, "first");
     EXPECT_EQ("first", one->expect("created "));
     two->kill();
-    const std::string gone = one->expect("broker ");
-    EXPECT_NE(std::string::npos, gone.find(" disappears")) << gone;
+    EXPECT_EQ(idOf(*two) + " disappears", one->expect("broker "));
     two = start(2);
-    one->expect("broker ");
+    EXPECT_EQ(idOf(*two) + " appears", one->expect("broker "));
     create(*two, "second");
     EXPECT_EQ("second", one->expect("created "));
     erase(*two, "second");
@@ -97,6 +106,7 @@ TEST_F(Events, DoNotWaitForAWatcherThatWasKilled) {
     const auto one = start(1);
     const auto two = start(2);
     const auto three = start(2);
+    meet({one.get(), two.get(), three.get()});
     two->ask("events watch", "events ");
     three->ask("events watch", "events ");
     two->kill();
@@ -121,6 +131,14 @@ protected:
         for (unsigned i = 0; i < kActors; ++i) {
             actors.push_back(start(i + 1));
         }
+        meetAll();
+    }
+    void meetAll() const {
+        std::vector<Actor *> present;
+        for (const auto &each : actors) {
+            present.push_back(each.get());
+        }
+        meet(present);
     }
     /** All that watch have been told, and are told nothing else; not even by the end. */
     void expectTold(const std::string &what, const std::string &name) {
@@ -178,12 +196,7 @@ protected:
         lost += static_cast<unsigned>(objects[who].size());
         objects[who].clear();
         watches[who] = false;
-        std::vector<Actor *> present;
-        for (const auto &each : actors) {
-            present.push_back(each.get());
-        }
-        // All have subscribed at the new one when their questions to it have been answered.
-        meet(present);
+        meetAll();
         const std::string count = std::to_string(std::count(watches.begin(), watches.end(), true));
         EXPECT_TRUE(actors[who]->askUntil("events subscribers", "events ", count + " " + count));
     }
