@@ -112,7 +112,7 @@ run() {
   local expected=$1 status
   shift
   printf '    $ portctl %s\n' "$*"
-  said=$("$programs/portctl" "$@" 2>&1)
+  said=$(timeout "$patience" "$programs/portctl" "$@" 2>&1)
   status=$?
   printf '%s\n' "$said" | sed 's/^/    /'
   [ $status -eq "$expected" ] || fail "portctl $* ended with $status, not $expected"
@@ -130,9 +130,14 @@ hides() {
   ! grep -qE -- "$1" <<<"$said" || fail "still shown: $1"
 }
 
-# end NAME: tells it to end, which it must do cleanly.
+# end NAME: tells it to end, which it must do cleanly, and soon.
 end() {
+  local limit=$((SECONDS + patience))
   kill -TERM "${pid[$1]}"
+  while kill -0 "${pid[$1]}" 2>/dev/null; do
+    [ $SECONDS -lt $limit ] || fail "$1 did not end"
+    sleep 0.05
+  done
   wait "${pid[$1]}" || fail "$1 ended with $?"
   unset "pid[$1]"
 }

@@ -1,4 +1,5 @@
 #include "chassis/Machine.h"
+#include "system/Actor.h"
 
 #include <csignal>
 
@@ -111,10 +112,22 @@ TEST_F(Manager, IsNotHeldUpByAnAgentThatDoesNotAnswer) {
     const Started manager = startManager();
     const Started agent = startAgent(2);
     manager->expect("slot 2  port lo created: ");
+    const Testing::Actor last({unit_.directory(), {}}, 5); // when it is told of, all ports of the agent have been asked
+    manager->expect("slot 5  actor ");
     agent->signal(SIGSTOP);
     EXPECT_TRUE(has(treeOf(*manager), "\n   2  lo ")) << manager->output();
     manager->signal(SIGTERM);
-    manager->expect("manager of /chassis ends"); // and tells the agent, for which it has to wait
+    EXPECT_EQ(0, manager->end()) << manager->output();
+}
+
+TEST_F(Manager, ASecondSignalEndsItWhenThoseThatItTellsHang) {
+    const Started manager = startManager();
+    Testing::Actor probe({unit_.directory(), {}}, 3);
+    probe.ask("ends", "watching");
+    EXPECT_EQ("", probe.expect("came 1"));
+    probe.signal(SIGSTOP);
+    manager->signal(SIGTERM);
+    manager->expect("manager of /chassis ends"); // and tells the probe, for which it has to wait
     manager->signal(SIGINT);
     EXPECT_EQ(128 + SIGINT, manager->end()) << manager->output();
 }
@@ -151,6 +164,8 @@ TEST_F(Manager, RefusesArgumentsThatItDoesNotKnow) {
         EXPECT_EQ(2, outcome.status) << arguments.back();
         EXPECT_EQ(0U, outcome.output.find("chassis_manager: ")) << outcome.output;
     }
+    EXPECT_EQ("chassis_manager: --slot needs a number; see chassis_manager --help\n",
+              runProgram(unit_, 1, {CHASSIS_MANAGER, "--slot"}).output);
     const Outcome help = runProgram(unit_, 1, {CHASSIS_MANAGER, "--help"});
     EXPECT_EQ(0, help.status);
     EXPECT_EQ(0U, help.output.find("usage: chassis_manager")) << help.output;

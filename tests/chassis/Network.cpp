@@ -75,6 +75,16 @@ Network::Network() : before_(::open(kNamespace, O_RDONLY | O_CLOEXEC)) {
         return;
     }
     namespace_ = ::open(kNamespace, O_RDONLY | O_CLOEXEC);
+    struct if_nameindex *const names = ::if_nameindex();
+    for (const struct if_nameindex *each = names; each != nullptr && each->if_index != 0; ++each) {
+        if (std::strcmp(each->if_name, "lo") != 0) { // of tunnels, if net.core.fb_tunnels_only_for_init_net is 0
+            problem_ = "a new network namespace has more than \"lo\" here: " + std::string(each->if_name);
+        }
+    }
+    ::if_freenameindex(names);
+    if (!problem_.empty()) {
+        return;
+    }
     std::string failure = addVeth("try0", "try1");
     failure = failure.empty() ? remove("try0") : failure;
     failure = failure.empty() ? add("try0") : failure;

@@ -70,6 +70,8 @@ TEST_F(Portctl, WrongArgumentsAreExplained) {
         {{"show"}, "show takes one PATH"},
         {{"show", "a", "b"}, "show takes one PATH"},
         {{"show", "slot2//lo"}, "'slot2//lo' is no path"},
+        {{"show", ""}, "'' is no path"},
+        {{"watch", ""}, "'' is no path"},
         {{"counters"}, "counters takes one PATH"},
         {{"set"}, "set takes a PATH"},
         {{"set", "slot2/lo"}, "set takes a PATH"},
@@ -77,7 +79,9 @@ TEST_F(Portctl, WrongArgumentsAreExplained) {
         {{"set", "slot2/lo", "sideways"}, "set takes a PATH"},
         {{"set", "slot2/lo", "mtu", "many"}, "'many' is no MTU"},
         {{"set", "slot2/lo", "mtu", "-1"}, "'-1' is no MTU"},
-        {{"set", "slot2/lo", "mtu", "4294967296"}, "'4294967296' is no MTU"},
+        {{"set", "slot2/lo", "mtu", "4294967296"}, "'4294967296' is too large for an MTU"},
+        {{"set", "slot2/lo", "mtu", "99999999999"}, "'99999999999' is too large for an MTU"},
+        {{"set", "slot2/lo", "mtu", ""}, "'' is no MTU"},
         {{"watch", "a", "b"}, "watch takes one PATH"},
         {{"watch", "a/b/c"}, "'a/b/c' is no path"},
     };
@@ -106,7 +110,9 @@ TEST_F(Portctl, WithoutManagerEveryCommandSaysWhatIsMissingAndWhere) {
 TEST_F(Portctl, AUnitThatCannotBeJoinedIsNamed) {
     const std::string file = unit_.directory() + ".file";
     std::ofstream(file) << "no directory";
-    const std::string joins = "cannot join the unit in " + file + ": it must be a directory of this user's own\n";
+    const std::string joins = "cannot join the unit in " + file +
+                              ": it must be a directory of this user only (mode 700), whose parent exists; the log "
+                              "says more\n";
     const Outcome client =
         Testing::runProgram(unit_, 1, {"/usr/bin/env", "REFLECTORB_UNIT_DIR=" + file, PORTCTL, "tree"});
     EXPECT_EQ(4, client.status);

@@ -7,7 +7,11 @@
 
 using Transport::TerminationId;
 
-ChassisObject::ChassisObject() : ChassisSkeleton(Paths::id(Paths::chassis()), nullptr, Paths::chassis().substr(1)) {}
+ChassisObject::ChassisObject() : OutlivesCalls(Paths::id(Paths::chassis()), nullptr, Paths::chassis().substr(1)) {}
+
+ChassisObject::~ChassisObject() {
+    endCalls();
+}
 
 TipprmiSequence<Slot> ChassisObject::slots(Raised &) {
     TipprmiSequence<Slot> slots;
@@ -19,7 +23,7 @@ TipprmiSequence<Slot> ChassisObject::slots(Raised &) {
 }
 
 void ChassisObject::registerChild(const std::string &name, const TreflectObject &child) {
-    ChassisSkeleton::registerChild(name, child);
+    OutlivesCalls::registerChild(name, child);
     const TreflectObjectStub *const stub = child.getStub();
     const TerminationId broker = stub != nullptr ? getORB()->convertId(stub->orbId()) : TerminationId();
     brokers_[name] = broker;

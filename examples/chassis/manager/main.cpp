@@ -77,7 +77,7 @@ int manage() {
         reporter.printTree();
     }
     View::letSignalsEnd();
-    reporter.print(who + " ends, and tells the others so");
+    reporter.print(who + " ends");
     reporter.stop();
     endChassis(std::move(chassis));
     return 0;
@@ -93,8 +93,11 @@ int main(int argc, char **argv) {
             std::fputs(kHelp, stdout);
             return 0;
         }
-        if (argument != "--slot" || i + 1 == argc) {
+        if (argument != "--slot") {
             return fail(2, "what is '" + argument + "'? See chassis_manager --help");
+        }
+        if (i + 1 == argc) {
+            return fail(2, "--slot needs a number; see chassis_manager --help");
         }
         if (!View::setSlot(argv[++i])) {
             return fail(2, std::string("'") + argv[i] + "' is no slot: they have numbers from 1 to 255");

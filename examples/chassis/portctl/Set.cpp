@@ -8,14 +8,14 @@
 
 namespace {
 
-int reportRefusal(const std::string &path, TipprmiExceptionContainer &raised) {
+int reportRefusal(const View::Path &path, TipprmiExceptionContainer &raised) {
     PortRefused why;
     if (!raised.holds(why)) {
-        return fail(refused, path + ": its actor has ended meanwhile. 'portctl tree' shows what is there");
+        return Unit::failGone(path);
     }
     const bool privileges = why.code == EPERM || why.code == EACCES;
     return fail(refused,
-                path + ": refused by the kernel: " + why.reason +
+                View::pathText(path) + ": refused by the kernel: " + why.reason +
                     (privileges ? ". The slot's port_agent needs the capability CAP_NET_ADMIN: start it as root" : ""));
 }
 
@@ -29,9 +29,11 @@ int set(const Arguments &arguments) {
     }
     unsigned bytes = 0;
     if (mtu && !View::parseNumber(arguments[2], std::numeric_limits<unsigned>::max(), bytes)) {
-        return failUsage("'" + arguments[2] + "' is no MTU: that is a number of bytes, as 1500");
+        const bool number = !arguments[2].empty() && arguments[2].find_first_not_of("0123456789") == std::string::npos;
+        return failUsage("'" + View::printable(arguments[2]) +
+                         (number ? "' is too large for an MTU" : "' is no MTU: that is a number of bytes, as 1500"));
     }
-    const TreflectHandlerState state(true);
+    const TreflectHandlerState permission(true);
     View::Path path;
     TreflectObject object;
     if (const int problem = Unit::find(arguments[0], path, object)) {
@@ -49,8 +51,14 @@ int set(const Arguments &arguments) {
         port.setAdminState(arguments[1] == "up", &raised);
     }
     if (raised.getExceptionType() != 0) {
-        return reportRefusal(View::pathText(path), raised);
+        return reportRefusal(path, raised);
     }
-    std::printf("%s: %s, mtu %u\n", View::pathText(path).c_str(), port.adminState().c_str(), port.mtu());
+    Unit::Reader read(port);
+    const std::string state = read(&Port::adminState);
+    const unsigned now = read(&Port::mtu);
+    if (read.failed()) {
+        return Unit::failGone(path);
+    }
+    std::printf("%s: %s, mtu %u\n", View::pathText(path).c_str(), state.c_str(), now);
     return done;
 }

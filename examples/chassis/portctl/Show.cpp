@@ -16,26 +16,50 @@ using View::Table;
 
 namespace {
 
-template <class T>
-T read(const TreflectAttribute &attribute) {
-    T value{};
-    attribute.get(value);
-    return value;
-}
+/** The attributes of an object, read one after the other. An attribute handle would do, but for not telling whether a
+ *  read has failed: the object may go in the middle. */
+class Attributes {
+public:
+    explicit Attributes(const TreflectObject &object) : object_(object) {}
 
-std::string textOf(const TreflectAttribute &attribute) {
-    return View::printable(read<std::string>(attribute));
+    template <class T>
+    T read(const TreflectMetaAttribute &attribute) {
+        const unsigned cc = attribute.containingMetaObject()->id();
+        const auto mc = static_cast<unsigned>(attribute.metaOperGet()->id());
+        TipprmiStream request(100);
+        TipprmiStream response(100);
+        object_.prepareRequestStream_(true, cc, mc, request);
+        const bool answered = object_.dispatch(true, cc, mc, request, response);
+        TipprmiExceptionContainer raised;
+        response >> raised;
+        T value{};
+        if (answered && raised.getExceptionType() == 0) {
+            response >> value;
+        } else {
+            failed_ = true;
+        }
+        return value;
+    }
+    bool failed() const { return failed_; }
+
+private:
+    const TreflectObject &object_;
+    bool failed_ = false;
+};
+
+std::string textOf(Attributes &object, const TreflectMetaAttribute &attribute) {
+    return View::printable(object.read<std::string>(attribute));
 }
-std::string numberOf(const TreflectAttribute &attribute) {
-    return std::to_string(read<unsigned>(attribute));
+std::string numberOf(Attributes &object, const TreflectMetaAttribute &attribute) {
+    return std::to_string(object.read<unsigned>(attribute));
 }
-std::string counterOf(const TreflectAttribute &attribute) {
-    return std::to_string(read<Counter64>(attribute).value);
+std::string counterOf(Attributes &object, const TreflectMetaAttribute &attribute) {
+    return std::to_string(object.read<Counter64>(attribute).value);
 }
 
 struct Type {
     const char *name;
-    std::string (*read)(const TreflectAttribute &attribute);
+    std::string (*read)(Attributes &object, const TreflectMetaAttribute &attribute);
 };
 constexpr Type kTypes[] = {{"string", textOf}, {"unsigned long", numberOf}, {"Counter64", counterOf}};
 
@@ -46,8 +70,8 @@ std::string typeOf(const TreflectMetaAttribute &attribute) {
     return value != parameters.end() ? value->second : attribute.typeName();
 }
 
-std::string namesOf(const TreflectAttribute &attribute) {
-    const auto objects = read<TipprmiSequence<TreflectObject>>(attribute);
+std::string namesOf(Attributes &object, const TreflectMetaAttribute &attribute) {
+    const auto objects = object.read<TipprmiSequence<TreflectObject>>(attribute);
     std::vector<std::string> names;
     for (unsigned i = 0; i < objects.getLength(); ++i) {
         names.push_back(objects[i].getRelName());
@@ -55,14 +79,13 @@ std::string namesOf(const TreflectAttribute &attribute) {
     return View::joined(names);
 }
 
-std::string valueOf(const TreflectObject &object, const TreflectMetaAttribute &meta) {
-    const TreflectAttribute &attribute = *object.attribute(meta.name());
-    if (dynamic_cast<const TreflectSequenceMetaAttribute *>(&meta) != nullptr) {
-        return namesOf(attribute);
+std::string valueOf(Attributes &object, const TreflectMetaAttribute &attribute) {
+    if (dynamic_cast<const TreflectSequenceMetaAttribute *>(&attribute) != nullptr) {
+        return namesOf(object, attribute);
     }
     for (const Type &type : kTypes) {
-        if (typeOf(meta) == type.name) {
-            return type.read(attribute);
+        if (typeOf(attribute) == type.name) {
+            return type.read(object, attribute);
         }
     }
     return "(not of a type that can be shown)";
@@ -93,16 +116,20 @@ int show(const Arguments &arguments) {
         return fail(refused,
                     View::pathText(path) + " is of a class that is not known here, or its actor has just ended");
     }
-    std::printf("%s: class %s (0x%08X), broker 0x%08X\n", View::pathText(path).c_str(), meta->name().c_str(),
-                meta->id(), object.getStub()->orbId().value());
     Table table({{"ATTRIBUTE", Table::Align::left}, {"TYPE", Table::Align::left}, {"VALUE", Table::Align::left}});
     std::list<TreflectMetaAttribute *> attributes;
     meta->attributeList(attributes);
     std::set<const TreflectMetaOperation *> accessors;
+    Attributes values(object);
     for (const TreflectMetaAttribute *attribute : attributes) {
         accessors.insert({attribute->metaOperGet(), attribute->metaOperSet()});
-        table.add({attribute->name(), typeOf(*attribute), valueOf(object, *attribute)});
+        table.add({attribute->name(), typeOf(*attribute), valueOf(values, *attribute)});
     }
+    if (values.failed()) {
+        return Unit::failGone(path);
+    }
+    std::printf("%s: class %s (0x%08X), broker 0x%08X\n", View::pathText(path).c_str(), meta->name().c_str(),
+                meta->id(), object.getStub()->orbId().value());
     std::fputs(table.text().c_str(), stdout);
     std::list<TreflectMetaOperation *> operations;
     meta->operationList(operations);

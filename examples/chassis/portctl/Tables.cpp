@@ -47,9 +47,14 @@ int tree(const Arguments &arguments) {
         ++slots;
         table.add({View::pathText({slot.name})});
         for (const Unit::PortAt &at : Unit::portsBelow({slot.name}, slot.object)) {
-            ++ports;
-            table.add({View::pathText(at.path), at.port.adminState(), at.port.operState(),
-                       std::to_string(at.port.mtu()), at.port.macAddress(), speedText(at.port.speed())});
+            Unit::Reader read(at.port);
+            const std::vector<std::string> row{View::pathText(at.path), read(&Port::adminState),
+                                               read(&Port::operState),  std::to_string(read(&Port::mtu)),
+                                               read(&Port::macAddress), speedText(read(&Port::speed))};
+            if (!read.failed()) {
+                ++ports;
+                table.add(row);
+            }
         }
     }
     put(table);
@@ -79,7 +84,14 @@ int counters(const Arguments &arguments) {
                  {"DROPS", right}});
     for (const Unit::PortAt &at : Unit::portsBelow(path, object)) {
         PortCounters all;
-        at.port.counters(all);
+        Port::Raised raised;
+        at.port.counters(all, &raised);
+        if (raised.getExceptionType() != 0) {
+            if (at.path == path) {
+                return Unit::failGone(path);
+            }
+            continue;
+        }
         table.add({View::pathText(at.path), text(all.rxBytes), text(all.rxPackets), text(all.rxErrors),
                    text(all.rxDrops), text(all.txBytes), text(all.txPackets), text(all.txErrors), text(all.txDrops)});
     }

@@ -64,6 +64,10 @@ int find(const std::string &text, View::Path &path, TreflectObject &object) {
     return find(path, object);
 }
 
+int failGone(const View::Path &path) {
+    return fail(refused, View::pathText(path) + ": it has gone meanwhile. 'portctl tree' shows what is there");
+}
+
 std::vector<Named> childrenOf(const TreflectObject &object) {
     std::vector<Named> named;
     const TipprmiSequence<TreflectObject> children = object.getChilds();

@@ -40,7 +40,8 @@ std::string unitDirectory() {
 const TreflectORB *joinUnit(std::string &problem) {
     const TreflectORB *const orb = TreflectORB::getInstance(NamespaceId(1));
     if (orb == nullptr || orb->termId() == Transport::TerminationId()) {
-        problem = "cannot join the unit in " + unitDirectory() + ": it must be a directory of this user's own";
+        problem = "cannot join the unit in " + unitDirectory() +
+                  ": it must be a directory of this user only (mode 700), whose parent exists; the log says more";
         return nullptr;
     }
     return orb;

@@ -34,7 +34,7 @@ bool parsePath(const std::string &text, Path &path) {
         rest.erase(0, 1);
     }
     if (rest.empty() || rest == kRoot) {
-        return true;
+        return !text.empty();
     }
     if (rest.back() == '/') {
         rest.pop_back();

@@ -28,6 +28,7 @@ TEST(Path, HasNoEmptyNames) {
     EXPECT_FALSE(View::parsePath("slot2//eth0", path));
     EXPECT_FALSE(View::parsePath("//slot2", path));
     EXPECT_FALSE(View::parsePath("slot2//", path));
+    EXPECT_FALSE(View::parsePath("", path));
 }
 
 TEST(Path, IsWrittenFromTheRoot) {

@@ -15,19 +15,22 @@ using Transport::TerminationId;
 
 const TipprmiOID kNameless(nullptr, NamespaceId(1)); // found by reference only
 
-TreflectORB &broker() {
-    return *TreflectORB::getInstance(NamespaceId(1));
+/** Null once the process has begun to end, which callbacks may see. */
+TreflectORB *broker() {
+    return TreflectORB::getInstance(NamespaceId(1));
 }
 
 bool isOtherBroker(TerminationId id) {
-    return (id.groupId() == Transport::GRPID_SLOT1 || id.groupId() == Transport::GRPID_OTHER) &&
-           id != broker().termId();
+    const TreflectORB *const own = broker();
+    return own != nullptr && (id.groupId() == Transport::GRPID_SLOT1 || id.groupId() == Transport::GRPID_OTHER) &&
+           id != own->termId();
 }
 
-/** With the run permission. */
+/** With the run permission. Nobody's if this process ends. */
 TerminationId brokerOf(const TreflectObject &object) {
     const TreflectObjectStub *const stub = object.getStub();
-    return stub != nullptr ? broker().convertId(stub->orbId()) : TerminationId();
+    const TreflectORB *const own = broker();
+    return stub != nullptr && own != nullptr ? own->convertId(stub->orbId()) : TerminationId();
 }
 
 ObjectKey keyOf(const TreflectObject &object) {
@@ -50,7 +53,10 @@ UnitEvents::PortObserver::PortObserver(UnitEvents &events, Event::Kind kind)
 bool UnitEvents::PortObserver::detected() {
     const TreflectHandlerState state(true);
     const TreflectObject *const port = getSource();
-    events_.push(kind_, brokerOf(*port), port);
+    const TerminationId from = brokerOf(*port);
+    if (from != TerminationId()) {
+        events_.push(kind_, from, port);
+    }
     return true;
 }
 
@@ -67,7 +73,7 @@ bool UnitEvents::ChangeObserver::detected() {
     event.key = keyOf(*notification->source);
     event.broker = event.key.first;
     event.slot = TerminationId(event.broker).slot();
-    if (stateFrom(*notification->parameters, event.state)) {
+    if (event.broker != 0 && stateFrom(*notification->parameters, event.state)) {
         events_.queue_.push(std::move(node));
     }
     return true;
@@ -111,9 +117,13 @@ UnitEvents::UnitEvents()
       deleted_(*this, Event::Kind::portDeleted), changed_(*this), brokers_(*this) {}
 
 void UnitEvents::subscribe() {
+    TreflectORB *const own = broker();
+    if (own == nullptr) {
+        return;
+    }
     // Ends before beginnings: who comes and goes between two subscriptions would be taken for being there.
-    broker().registerOrbDeletion(&brokers_);
-    broker().registerOrbCreation(&brokers_, true);
+    own->registerOrbDeletion(&brokers_);
+    own->registerOrbCreation(&brokers_, true);
     PortMeta &ports = *PortMeta::instance();
     ports.observeDeletions(&deleted_);
     // An observer misses what is created while it asks all brokers for what exists: another one is there before.
@@ -145,7 +155,9 @@ bool UnitEvents::complete(Raw &raw) {
     const TerminationId from(raw.event.broker);
     switch (raw.event.kind) {
     case Event::Kind::brokerCame:
-        raw.event.actor = broker().getPerfCnts(from).actor;
+        if (TreflectORB *const own = broker()) {
+            raw.event.actor = own->getPerfCnts(from).actor;
+        }
         verifyPorts(raw.event);
         break;
     case Event::Kind::portFound:

@@ -5,6 +5,7 @@
  *   watch                   ports that come and go, and their changes   -> "watching"; then "created PATH",
  *                           "deleted PATH", "changed PATH ADMIN OPER MTU" as they come, and "came SLOT" when it has
  *                           subscribed at a broker there
+ *   ends                    of a chassis                                -> "watching"; "came SLOT" as for watch
  *   forbid PATH             forbids changes of its MTU                  -> "forbidden"
  *   hold PATH               holds the next change of its MTU            -> "ready"; then "held", until "go" -> "gone"
  *   port PATH               -> "port NAME INDEX MAC MTU ADMIN OPER SPEED", each that is empty as "-", and the exception
@@ -112,6 +113,13 @@ public:
     void orbAppearance(const Transport::TerminationId &id, const Appear_t &) override { say("came %u", id.slot()); }
 };
 
+/** Told before a subscription: those that are there now are asked by it, and others tell that they come when they have
+ *  been asked. */
+void tellBrokers() {
+    static auto *const brokers = new Brokers;
+    TreflectORB::getInstance(NamespaceId(1))->registerOrbCreation(brokers, true);
+}
+
 void onWatch(Arguments &) {
     // They live as long as the process: it may be told something when it ends.
     static auto *const changes = new Observer(&changed);
@@ -120,12 +128,17 @@ void onWatch(Arguments &) {
         say("deleted %s", pathOf(*observer.getSource()).c_str());
         return true;
     });
-    static auto *const brokers = new Brokers;
-    // Those that are there now are asked by what follows, and others tell that they come when they have been asked.
-    TreflectORB::getInstance(NamespaceId(1))->registerOrbCreation(brokers, true);
+    tellBrokers();
     PortMeta::instance()->observeCreations(creations, false); // of what is created while it asks for the existing ones
     PortMeta::instance()->observeCreations(creations, true);
     PortMeta::instance()->observeDeletions(deletions);
+    say("watching");
+}
+
+void onEnds(Arguments &) {
+    static auto *const ends = new Observer([](Observer &) { return true; });
+    tellBrokers();
+    ChassisMeta::instance()->observeDeletions(ends);
     say("watching");
 }
 
@@ -285,9 +298,10 @@ void onFigures(Arguments &) {
 }
 
 const std::map<std::string, void (*)(Arguments &)> commands = {
-    {"chassis", onChassis}, {"slots", onSlots}, {"watch", onWatch},         {"forbid", onForbid},     {"hold", onHold},
-    {"go", onGo},           {"port", onPort},   {"attribute", onAttribute}, {"counters", onCounters}, {"mtu", onMtu},
-    {"admin", onAdmin},     {"ports", onPorts}, {"slot", onSlot},           {"figures", onFigures},   {"path", onPath},
+    {"chassis", onChassis},   {"slots", onSlots},     {"watch", onWatch}, {"forbid", onForbid},
+    {"hold", onHold},         {"go", onGo},           {"port", onPort},   {"attribute", onAttribute},
+    {"counters", onCounters}, {"mtu", onMtu},         {"admin", onAdmin}, {"ports", onPorts},
+    {"slot", onSlot},         {"figures", onFigures}, {"path", onPath},   {"ends", onEnds},
 };
 
 } // namespace
