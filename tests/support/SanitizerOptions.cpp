@@ -7,4 +7,9 @@ extern "C" __attribute__((visibility("default"), used)) const char *__asan_defau
     return "detect_stack_use_after_return=1";
 }
 
+// What the C library keeps for the end of a thread is lost in a forked child together with the thread.
+extern "C" __attribute__((visibility("default"), used)) const char *__lsan_default_suppressions() {
+    return "leak:__cxa_thread_atexit_impl\n";
+}
+
 #endif
