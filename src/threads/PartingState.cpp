@@ -71,5 +71,5 @@ void PartingState::takeInTime() {
     }
     taken_ = hasWaited ? threads.tryGet(false) : threads.getUntil(OSWrap::Clock::getObsTime() + kLimit);
     has_ = taken_;
-    hasWaited = !taken_;
+    hasWaited = hasWaited || !taken_;
 }

@@ -86,6 +86,22 @@ TEST(PartingState, AtTheEndItWaitsOnceAndNotForEver) {
     });
 }
 
+/** Also if it has had the permission in between: it would take longer than the test may. */
+TEST(PartingState, AtTheEndItWaitsOnceInAll) {
+    const TestThread thread([] {
+        ThreadEnd::begin();
+        for (int round = 0; round < 200; ++round) {
+            {
+                const Holder holder;
+                const PartingState state;
+                EXPECT_FALSE(state.hasPermission());
+            }
+            const PartingState state;
+            EXPECT_TRUE(state.hasPermission());
+        }
+    });
+}
+
 /** There is always somebody who waits, so that it is never free. */
 TEST(PartingState, AtTheEndItHasItsTurnAmongOthers) {
     Holder holder;
