@@ -1,5 +1,7 @@
 #include "hostile/Peer.h"
 
+#include "support/Deadline.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -16,10 +18,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kPatience{60};
 
-int leftUntil(Clock::time_point limit) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(limit - Clock::now()).count();
-    return left > 0 ? static_cast<int>(left) : 0;
-}
+using Testing::leftUntil;
 
 } // namespace
 

@@ -1,5 +1,7 @@
 #include "system/Actor.h"
 
+#include "support/Deadline.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,11 +21,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kPatience{60};
-
-int leftUntil(Clock::time_point limit) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(limit - Clock::now()).count();
-    return left > 0 ? static_cast<int>(left) : 0;
-}
 
 bool beginsWith(const std::string &line, const std::string &begin) {
     return line.compare(0, begin.size(), begin) == 0;
