@@ -1,6 +1,7 @@
 #include "objects/HandlePool_p.h"
 
 #include "objects/REFLECT_object.h"
+#include "platform/Immortal_p.h"
 #include "platform/Lock.h"
 #include "platform/Mutex.h"
 #include "platform/ThreadAnnotations.h"
@@ -17,13 +18,8 @@ struct Cell {
 static_assert(sizeof(void *) != 4 || sizeof(Cell) == 12, "three words where words have 32 bits");
 
 // Threads that do not have the run permission destroy handles, too. Static objects may be the first to ask.
-union ImmortalMutex {
-    constexpr ImmortalMutex() : mutex() {}
-    ~ImmortalMutex() {}
-    OSWrap::Mutex mutex;
-};
-ImmortalMutex immortal;
-OSWrap::Mutex &lock = immortal.mutex;
+Immortal<OSWrap::Mutex> immortal;
+OSWrap::Mutex &lock = immortal.object;
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
 Cell *freeCells RB_GUARDED_BY(lock) = nullptr;

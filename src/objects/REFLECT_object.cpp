@@ -3,6 +3,7 @@
 #include "objects/HandlePool_p.h"
 #include "objects/ObjectHandler.h"
 #include "objects/REFLECT_objectStub.h"
+#include "platform/Immortal_p.h"
 #include "platform/Log.h"
 #include "reflection/REFLECT_metaObject.h"
 #include "reflection/REFLECT_tieds.h"
@@ -11,11 +12,14 @@ namespace {
 
 constexpr char kSource[] = "REFLECT_object";
 
+// Not those of TreflectAttribute.
+Immortal<TreflectErrorAttribute> noAttribute(nullptr, nullptr);
+Immortal<TreflectErrorOperation> noOperation(nullptr, nullptr);
+
 } // namespace
 
-// Not those of TreflectAttribute.
-TreflectErrorAttribute TreflectObject::errorAttribute(nullptr, nullptr);
-TreflectErrorOperation TreflectObject::errorOperation(nullptr, nullptr);
+TreflectErrorAttribute &TreflectObject::errorAttribute = noAttribute.object;
+TreflectErrorOperation &TreflectObject::errorOperation = noOperation.object;
 
 TreflectObject::TreflectObject() : TipprmiObjectClient(TipprmiOID(nullptr, NamespaceId(1))) {}
 TreflectObject::TreflectObject(const TipprmiObjectSkeleton *object) : TipprmiObjectClient(object) {}

@@ -4,6 +4,7 @@
 #include "orb/REFLECT_orb.h"
 #include "platform/Cancellation.h"
 #include "platform/Environment_p.h"
+#include "platform/Immortal_p.h"
 #include "platform/Lock.h"
 #include "platform/Log.h"
 #include "platform/Thread.h"
@@ -24,17 +25,11 @@ constexpr OSWrap::TimeSpec kPause(0, 100000000);
 constexpr OSWrap::TimeSpec kDrainLimit(2, 0);
 constexpr OSWrap::TimeSpec kDrainStep(0, 1000000);
 
-/** Ready before main() and never destroyed: brokers are asked for in constructors and destructors of static objects. */
-union ImmortalMutex {
-    constexpr ImmortalMutex() : mutex() {}
-    ~ImmortalMutex() {}
-    OSWrap::Mutex mutex;
-};
-ImmortalMutex singletonLock;
+Immortal<OSWrap::Mutex> singletonLock;
 
 } // namespace
 
-OSWrap::Mutex &SingletonInstances::lock_ = singletonLock.mutex;
+OSWrap::Mutex &SingletonInstances::lock_ = singletonLock.object;
 std::array<SingletonInstances::Slot, SingletonInstances::kNamespaces> SingletonInstances::slots_{};
 std::atomic<unsigned long> SingletonInstances::creator_{0};
 bool SingletonInstances::removerRegistered_ = false;

@@ -1,13 +1,21 @@
 #include "reflection/REFLECT_attribute.h"
 
 #include "objects/REFLECT_object.h"
+#include "platform/Immortal_p.h"
 #include "reflection/REFLECT_metaObject.h"
 
 #include <new>
 
-// The error handles need no run-time initialisation: code of static objects may meet them.
-TreflectErrorAttribute TreflectAttribute::errorAttribute(nullptr, nullptr);
-TreflectErrorOperation TreflectAttribute::errorOperation(nullptr, nullptr);
+namespace {
+
+// Other threads may be given them while the process ends.
+Immortal<TreflectErrorAttribute> noAttribute(nullptr, nullptr);
+Immortal<TreflectErrorOperation> noOperation(nullptr, nullptr);
+
+} // namespace
+
+TreflectErrorAttribute &TreflectAttribute::errorAttribute = noAttribute.object;
+TreflectErrorOperation &TreflectAttribute::errorOperation = noOperation.object;
 
 TreflectAttribute::~TreflectAttribute() {
     delete contained_;

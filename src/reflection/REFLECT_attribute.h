@@ -18,9 +18,9 @@ class REFLECTORB_API TreflectAttribute {
 public:
     enum TreflectAttributeType : std::int32_t { plain = 0, sequence = 1, array = 2 };
     static constexpr int error = 4;
-    /** Stand for what does not exist. */
-    static TreflectErrorAttribute errorAttribute;
-    static TreflectErrorOperation errorOperation;
+    /** Stand for what does not exist. They are never destroyed. */
+    static TreflectErrorAttribute &errorAttribute;
+    static TreflectErrorOperation &errorOperation;
 
     constexpr TreflectAttribute(const TreflectMetaAttribute *meta, const TreflectObject *object) noexcept
         : TreflectAttribute(meta, object, false) {}

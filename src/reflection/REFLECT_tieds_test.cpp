@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <string>
+#include <typeinfo>
 #include <vector>
 
 namespace {
@@ -317,6 +319,35 @@ TEST(TiedsAtExit, OtherThreadsReadAttributesMeanwhile) {
         const Testing::ProcessResult result = Testing::runScenario("exitWhileAttributesAreRead");
         EXPECT_EQ(3, result.exitStatus) << (result.timedOut ? "timed out\n" : "") << result.output;
     }
+}
+
+/** Made before the library's static objects, so that it is destroyed after them. */
+struct Last {
+    ~Last() {
+        if (looksAtErrorHandles) {
+            const TreflectAttribute &attribute = *isOfNothing;
+            const TreflectOperation &operation = *doesNothing;
+            SCENARIO_CHECK(typeid(attribute) == typeid(TreflectErrorAttribute));
+            SCENARIO_CHECK(typeid(operation) == typeid(TreflectErrorOperation));
+            std::puts("as ever");
+            std::fflush(stdout);
+        }
+    }
+    static bool looksAtErrorHandles;
+    TreflectAttribute *volatile isOfNothing = &TreflectObject::errorAttribute;
+    TreflectOperation *volatile doesNothing = &TreflectObject::errorOperation;
+};
+bool Last::looksAtErrorHandles = false;
+__attribute__((init_priority(101))) Last last;
+
+SCENARIO(errorHandlesAtExit) {
+    Last::looksAtErrorHandles = true;
+}
+
+TEST(TiedsAtExit, ErrorHandlesAreNeverDestroyed) {
+    const Testing::ProcessResult result = Testing::runScenario("errorHandlesAtExit");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find("as ever\n")) << result.output;
 }
 
 TEST(TiedsAtExit, HandlesMayOutliveTheRegistry) {
