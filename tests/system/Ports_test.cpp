@@ -72,7 +72,9 @@ TEST_F(Ports, HoldObjectsOfAnyActor) {
         EXPECT_EQ("0 r", ask(*caller, "element p members 1"));
         EXPECT_EQ("0 -", ask(*caller, "element p members 2"));
         EXPECT_EQ("0 q", ask(*caller, "element p lanes 0"));
+        EXPECT_EQ("0 r", ask(*caller, "element p lanes 1"));
         EXPECT_EQ("0 -", ask(*caller, "element p lanes 4"));
+        EXPECT_EQ("0 q", ask(*caller, "plain p lanes 1")) << "a handle that the object gives out knows of no elements";
         EXPECT_EQ("", ask(*caller, "members q"));
     }
 }

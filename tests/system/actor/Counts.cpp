@@ -34,11 +34,19 @@ struct ContainerTag {
 struct StubsTag {
     friend constexpr auto member(StubsTag);
 };
+struct CountersTag {
+    friend constexpr auto member(CountersTag);
+};
+struct ClassesTag {
+    friend constexpr auto member(ClassesTag);
+};
 template struct Opened<PendingTag, &TreflectORB::ongoingRequests_>;
 template struct Opened<MutexTag, &TreflectORB::mutex_>;
 template struct Opened<QueueTag, &TreflectORB::queue_>;
 template struct Opened<ContainerTag, &TreflectObjectHandler::stubs_>;
 template struct Opened<StubsTag, &TreflectObjectStubContainer::stubs_>;
+template struct Opened<CountersTag, &TreflectORB::counters_>;
+template struct Opened<ClassesTag, &TreflectORB::classCodes_>;
 
 std::size_t pendingOf(TreflectORB &orb) {
     OSWrap::Mutex &mutex = orb.*member(MutexTag{});
@@ -85,4 +93,18 @@ std::string describeCounts() {
     return LogMakeString("pending %zu stubs %zu queued %zu idle %u handlers %u threads %d files %d", pendingOf(orb),
                          stubs(), queued, idle, handlers, entries("/proc/self/task"),
                          entries("/proc/self/fd") - 1); // the list itself
+}
+
+unsigned sentRequests() {
+    unsigned sum = 0;
+    for (const auto &counters : TreflectORB::getInstance(1)->*member(CountersTag{})) {
+        sum += counters.second.requests;
+    }
+    return sum;
+}
+
+std::vector<unsigned> learnedClasses(Transport::TerminationId broker) {
+    const auto &classes = TreflectORB::getInstance(1)->*member(ClassesTag{});
+    const auto found = classes.find(broker);
+    return found != classes.end() ? found->second : std::vector<unsigned>();
 }

@@ -22,13 +22,17 @@
  *   counters | dump                      -> "counters ..." lines, "end" | "ok", and lines in the log
  *   counts                               what the library holds          -> "counts ...", see Counts.h
  *   object ... | events ... | port ... | react ...   see Objects.h, Events.h, Ports.h, Reaction.h
+ *   class ... | handle ... | name ...    see Classes.h, Handles.h, Names.h
  *   torment | progress | rest            see Torture.h
  *   tree ...                             see Trees.h
  *   enter | forked | segv | exit [STATUS] | exitworker
  */
 #include "Callers.h"
+#include "Classes.h"
 #include "Counts.h"
 #include "Events.h"
+#include "Handles.h"
+#include "Names.h"
 #include "Objects.h"
 #include "Output.h"
 #include "Ports.h"
@@ -302,6 +306,9 @@ constexpr Command kCommands[] = {
     {"events", &onEvents},
     {"react", &onReact},
     {"port", &onPort},
+    {"class", &onClass},
+    {"handle", &onHandle},
+    {"name", &onName},
     {"torment", &onTorment},
     {"progress", &onProgress},
     {"rest", &onRest},

@@ -171,6 +171,14 @@ std::string onElement(Arguments &arguments) {
     return std::to_string(code) + " " + nameOf(element);
 }
 
+std::string onPlain(Arguments &arguments) {
+    const TreflectObject object = named(arguments);
+    TreflectAttribute &attribute = *object.attribute(word(arguments));
+    TreflectObject element;
+    const int code = attribute[static_cast<int>(number(arguments))].get(element);
+    return std::to_string(code) + " " + nameOf(element);
+}
+
 std::string onSet(Arguments &arguments) {
     const TreflectObject object = named(arguments);
     return std::to_string(object.attribute(word(arguments))->operSet()->call());
@@ -312,6 +320,7 @@ constexpr Command kCommands[] = {
     {"number", &readByName<unsigned>},
     {"text", &readByName<std::string>},
     {"element", &onElement},
+    {"plain", &onPlain},
     {"set", &onSet},
 };
 

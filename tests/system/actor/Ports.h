@@ -17,6 +17,7 @@
  *   port blinks NAME                  how often, here                            -> "port COUNT"
  *   port number|text NAME ATTRIBUTE   read by name                               -> "port CODE VALUE"
  *   port element NAME ATTRIBUTE INDEX identifier of an element, read by name     -> "port CODE NAME"
+ *   port plain NAME ATTRIBUTE INDEX   the same by a handle that the object gives out  -> "port CODE NAME"
  *   port carry NAME OTHER             its carrier from now on                     -> "port ok"
  *   port via NAME ATTRIBUTE...        text at the end of the way from object to object, read by name
  *                                                                                -> "port CODE VALUE"
