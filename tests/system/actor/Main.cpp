@@ -23,6 +23,7 @@
  *   counts                               what the library holds          -> "counts ...", see Counts.h
  *   object ... | events ... | port ... | react ...   see Objects.h, Events.h, Ports.h, Reaction.h
  *   class ... | handle ... | name ...    see Classes.h, Handles.h, Names.h
+ *   puppet ... | stub ...               see Puppets.h, Stubs.h
  *   torment | progress | rest            see Torture.h
  *   tree ...                             see Trees.h
  *   enter | forked | segv | exit [STATUS] | exitworker
@@ -37,8 +38,10 @@
 #include "Output.h"
 #include "Ports.h"
 #include "Probe.h"
+#include "Puppets.h"
 #include "Reaction.h"
 #include "Service.h"
+#include "Stubs.h"
 #include "Torture.h"
 #include "Trees.h"
 #include "orb/REFLECT_orb.h"
@@ -313,6 +316,8 @@ constexpr Command kCommands[] = {
     {"progress", &onProgress},
     {"rest", &onRest},
     {"tree", &onTree},
+    {"puppet", &onPuppet},
+    {"stub", &onStub},
 };
 
 void obey(const std::string &line) {
