@@ -119,6 +119,7 @@ TEST_F(AgentTest, ARenamedInterfaceIsAnotherPort) {
     const auto agent = startAgent();
     Actor probe(probes_);
     watch(probe);
+    EXPECT_EQ("", probe.expect("created /chassis/slot2/before"));
     ASSERT_EQ("", network_.rename("before", "after"));
     EXPECT_EQ("", probe.expect("deleted /chassis/slot2/before"));
     EXPECT_EQ("", probe.expect("created /chassis/slot2/after"));
