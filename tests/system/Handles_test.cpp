@@ -142,6 +142,29 @@ TEST_F(HandlesAtExit, OfTheOneThatIsServedAfterTheOtherWasKilled) {
     EXPECT_EQ(std::vector<std::string>{"4 000"}, other.last("gone early "));
 }
 
+TEST_F(HandlesAtExit, OfAWorkerThatHoldsThePermission) {
+    other.tell("exitworker");
+    EXPECT_EQ(7 << 8, other.end()) << other.log();
+    expectGone(other, "4", " 111");
+    EXPECT_TRUE(owner.askUntil("events members", "events ", "1"));
+    expectServed(owner, "p");
+}
+
+/** It would answer nothing: nothing is asked. */
+TEST_F(HandlesAtExit, OfOneWhileTheOtherSleeps) {
+    Actor third(unit_, 3);
+    third.ask("orb 1", "orb ");
+    third.ask("port make s", "port ");
+    EXPECT_EQ("0", ask(third, "hold s")); // what is looked at in the end
+    EXPECT_EQ("0", ask(third, "hold p"));
+    owner.signal(SIGSTOP);
+    endsWith(third, 5);
+    expectGone(third, "4", " 111");
+    owner.signal(SIGCONT);
+    EXPECT_TRUE(owner.askUntil("events members", "events ", "2"));
+    expectServed(owner, "p");
+}
+
 TEST_F(HandlesAtExit, WhileThreadsReadMembers) {
     for (Actor *actor : {&other, &owner}) {
         EXPECT_EQ("ok", ask(*actor, actor == &other ? "readers p 3" : "readers r 3"));
