@@ -20,7 +20,6 @@ class TreflectObserver;
  */
 class REFLECTORB_API TreflectObject : public TipprmiObjectClient {
 public:
-    static constexpr int kCallSize = 100;
     /** Stand for members that an object does not have. They are never destroyed. */
     static TreflectErrorAttribute &errorAttribute;
     static TreflectErrorOperation &errorOperation;

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr char kSource[] = "REFLECT_objectStub";
-constexpr int kCallSize = 100;
 
 /** A call of one of the methods that every object answers. */
 class BuiltInCall {
@@ -39,7 +38,7 @@ public:
 private:
     const TreflectObjectStub &stub_;
     const unsigned mc_;
-    TipprmiStream request_{kCallSize};
+    TipprmiStream request_{TipprmiStream::kCallSize};
     TipprmiAny response_; // costs no memory until it is the answer
 };
 

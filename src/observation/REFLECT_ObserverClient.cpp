@@ -19,8 +19,8 @@ bool TreflectObserverClient::notify(const TreflectObject &source, const unsigned
         return observer != nullptr && !isAbstractLevel(*observer) &&
                observer->notify(source, classCode, methodCode, parameters, delivered);
     }
-    TipprmiStream request(kCallSize);
-    TipprmiStream response(kCallSize);
+    TipprmiStream request(TipprmiStream::kCallSize);
+    TipprmiStream response(TipprmiStream::kCallSize);
     prepareRequestStream_(true, kClassId, 0, request);
     request << source << classCode << methodCode << parameters;
     dispatch(true, kClassId, 0, request, response);

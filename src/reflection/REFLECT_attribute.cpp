@@ -75,7 +75,7 @@ TreflectOperation *TreflectAttribute::operSet() {
 void TreflectAttribute::call(TipprmiStream &response) const {
     const unsigned cc = meta_->containingMetaObject()->id();
     const auto mc = static_cast<unsigned>(meta_->metaOperGet()->id());
-    TipprmiStream request(TreflectObject::kCallSize);
+    TipprmiStream request(TipprmiStream::kCallSize);
     object_->prepareRequestStream_(true, cc, mc, request);
     object_->dispatch(true, cc, mc, request, response);
     object_->prepareResponseStream_(true, response);

@@ -90,7 +90,7 @@ int TreflectAttribute::get(T &out) const {
     if (!isReadable()) {
         return error;
     }
-    TipprmiStream response(100);
+    TipprmiStream response(TipprmiStream::kCallSize);
     call(response);
     if (containerType_ != plain && containerType_ != sequence && containerType_ != array) {
         return 0;

@@ -12,8 +12,8 @@ int TreflectOperation::call() const {
     }
     const unsigned cc = meta_->containingMetaObject()->id();
     const auto mc = static_cast<unsigned>(meta_->id());
-    TipprmiStream request(TreflectObject::kCallSize);
-    TipprmiStream response(TreflectObject::kCallSize);
+    TipprmiStream request(TipprmiStream::kCallSize);
+    TipprmiStream response(TipprmiStream::kCallSize);
     object_->prepareRequestStream_(true, cc, mc, request);
     object_->dispatch(true, cc, mc, request, response);
     return 0;

@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr int kCallSize = 100;
 constexpr unsigned kBefore = 0;
 constexpr unsigned kAfter = 1;
 
@@ -45,7 +44,7 @@ void ClientCallHelper(const ClientCallHookBaseV &hook, const InParamHook &in, co
         callHere(hook, *local, cc, mc);
         return;
     }
-    TipprmiStream request(kCallSize);
+    TipprmiStream request(TipprmiStream::kCallSize);
     TipprmiAny response; // which costs no memory: it becomes the stream of the answer
     stub.prepareRequestStream(transaction, cc, mc, request);
     in.marshallIn(request);

@@ -17,6 +17,9 @@
  */
 class REFLECTORB_API TipprmiStream {
 public:
+    /** Room for head and arguments of an ordinary call. */
+    static constexpr int kCallSize = 100;
+
     /** Room for `size` bytes of data, at least 1; it grows as needed. */
     explicit TipprmiStream(int size);
     /** Holds a copy of `size` bytes, zeros if `data` is null. */
