@@ -39,6 +39,16 @@ void append(const std::map<std::string, Member *> &members, std::list<Member *> 
     }
 }
 
+/** Empty without memory. */
+std::string copyOf(const std::string &name, unsigned classId) noexcept {
+    try {
+        return name;
+    } catch (const std::bad_alloc &) {
+        LogDispatch(3, LogMakeString("no memory for the name of class 0x%X", classId), kSource);
+        return std::string();
+    }
+}
+
 bool insert(std::set<TreflectMetaObject *> &relatives, TreflectMetaObject *relative) {
     try {
         relatives.insert(relative);
@@ -50,8 +60,12 @@ bool insert(std::set<TreflectMetaObject *> &relatives, TreflectMetaObject *relat
 
 } // namespace
 
-TreflectMetaObject::TreflectMetaObject(const std::string &name, unsigned classId) : name_(name), classId_(classId) {
-    InterfaceRepository::instance()->registerInterface(this);
+/** A class is made when the process starts, where nobody could catch what is thrown. */
+TreflectMetaObject::TreflectMetaObject(const std::string &name, unsigned classId)
+    : name_(copyOf(name, classId)), classId_(classId) {
+    if (name_.size() == name.size()) { // without its name it must not pass for the class
+        InterfaceRepository::instance()->registerInterface(this);
+    }
 }
 
 TreflectMetaObject::~TreflectMetaObject() {

@@ -27,6 +27,7 @@ public:
         const char *name;
     };
 
+    /** Without memory for the name the class is not in the repository. */
     TreflectMetaObject(const std::string &name, unsigned classId);
     TreflectMetaObject(const TreflectMetaObject &) = delete;
     TreflectMetaObject &operator=(const TreflectMetaObject &) = delete;

@@ -13,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,32 @@ TEST(MetaObject, HasNameAndIdAndNothingElseAtFirst) {
     EXPECT_TRUE(meta.operations().empty());
     EXPECT_TRUE(meta.parents().empty());
     EXPECT_TRUE(meta.children().empty());
+}
+
+TEST(MetaObject, WithoutMemoryForItsNameAClassIsReportedAndNotRegistered) {
+    const std::string name = "ARackWithALongName";
+    const LogCapture log;
+    std::optional<TestMeta> meta;
+    {
+        const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all, 1);
+        EXPECT_NO_THROW(meta.emplace(name, 0x20A));
+    }
+    ASSERT_TRUE(meta.has_value());
+    EXPECT_EQ(0x20AU, meta->id());
+    if (Testing::kLibraryHeapIsProbed) {
+        EXPECT_EQ(1U, log.count(3, "no memory for the name of class 0x20A", kSource));
+        EXPECT_EQ("", meta->name());
+    }
+    EXPECT_EQ(1U, log.lines().size());
+    EXPECT_EQ(nullptr, InterfaceRepository::instance()->findInterface(0x20A));
+    {
+        const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+        EXPECT_NO_THROW(meta.emplace(name, 0x20A)) << "also when the line is lost";
+    }
+    EXPECT_EQ(nullptr, InterfaceRepository::instance()->findInterface(0x20A));
+    const TestMeta whole(name, 0x20A);
+    EXPECT_EQ(&whole, InterfaceRepository::instance()->findInterface(0x20A)) << "the class is not taken";
+    EXPECT_EQ(name, whole.name());
 }
 
 // --- members from tables --------------------------------------------------------------------------------------------

@@ -31,6 +31,7 @@ namespace {
 thread_local std::size_t taken = 0;
 thread_local unsigned scopes = 0;
 thread_local unsigned allowed = 0;
+thread_local unsigned toRefuse = 0;
 thread_local bool throwingFails = false;
 
 TESTING_BARE bool refused() noexcept {
@@ -41,6 +42,10 @@ TESTING_BARE bool refused() noexcept {
         --allowed;
         return false;
     }
+    if (toRefuse == 0) {
+        return false;
+    }
+    --toRefuse;
     return true;
 }
 
@@ -68,9 +73,10 @@ std::size_t HeapProbe::allocations() const noexcept {
     return taken - before_;
 }
 
-FailingHeap::FailingHeap(unsigned allowedCalls, Calls calls) noexcept {
+FailingHeap::FailingHeap(unsigned allowedCalls, Calls calls, unsigned refused) noexcept {
     ++scopes;
     allowed = allowedCalls;
+    toRefuse = refused;
     throwingFails = calls == Calls::all;
 }
 

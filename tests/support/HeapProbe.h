@@ -32,8 +32,8 @@ class FailingHeap {
 public:
     enum class Calls { nonThrowing, all };
 
-    /** The first `allowed` of these calls still succeed. */
-    explicit FailingHeap(unsigned allowed = 0, Calls calls = Calls::nonThrowing) noexcept;
+    /** The first `allowed` of these calls still succeed, then `refused` fail, after which there is memory again. */
+    explicit FailingHeap(unsigned allowed = 0, Calls calls = Calls::nonThrowing, unsigned refused = ~0U) noexcept;
     ~FailingHeap();
     FailingHeap(const FailingHeap &) = delete;
     FailingHeap &operator=(const FailingHeap &) = delete;
