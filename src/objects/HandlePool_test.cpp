@@ -5,6 +5,7 @@
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
 #include "support/HeapProbe.h"
+#include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
 #include <algorithm>
@@ -79,6 +80,23 @@ TEST_F(HandlePoolTest, ABlockHolds256Handles) {
     for (std::size_t i = 0; i < cells.size(); i += 2) {
         HandlePool::take(); // which `pool` gives back
     }
+}
+
+SCENARIO(handlesOfAFreshProcess) {
+    std::vector<std::unique_ptr<TreflectObject>> handles;
+    SCENARIO_CHECK(HandlePool::blocks() == 0);
+    for (unsigned round = 0; round < 2; ++round) {
+        for (unsigned count = 1; count <= 257; ++count) {
+            handles.push_back(std::make_unique<TreflectObject>());
+            SCENARIO_CHECK(HandlePool::blocks() == (round == 0 && count <= 256 ? 1U : 2U));
+        }
+        handles.clear();
+    }
+}
+
+TEST_F(HandlePoolTest, TheFirst257HandlesOfAProcessTakeTwoBlocks) {
+    const Testing::ProcessResult result = Testing::runScenario("handlesOfAFreshProcess");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
 }
 
 TEST_F(HandlePoolTest, TheCellThatWasFreedLastIsUsedNext) {

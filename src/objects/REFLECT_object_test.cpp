@@ -6,9 +6,13 @@
 #include "reflection/REFLECT_tieds.h"
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
+#include "support/Concurrency.h"
+#include "support/FakePeer.h"
 #include "support/HeapProbe.h"
+#include "support/ManualPeer.h"
 #include "threads/HandlerState.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -89,6 +93,43 @@ TEST_F(HandleTest, AssignmentAmongSharersLeavesTheCount) {
     EXPECT_EQ(3, stub.refCount());
     none = TreflectObject();
     EXPECT_EQ(2, stub.refCount());
+}
+
+/** Had the stub no user in between, it would be made anew. */
+TEST_F(HandleTest, ConnectedToItsOwnObjectAHandleKeepsTheStub) {
+    Thing lamp("lamp", kLamp);
+    TreflectObject handle(&lamp);
+    const TreflectObjectStub *const stub = handle.getStub();
+    const TipprmiOID oid = name("lamp");
+    const Testing::HeapProbe probe;
+    handle.connect(&lamp);
+    handle.connect(oid);
+    handle.connect(&orb, oid);
+    EXPECT_EQ(0U, probe.allocations());
+    EXPECT_EQ(stub, handle.getStub());
+    EXPECT_EQ(1, stub->refCount());
+}
+
+/** Each copy of a handle of an unknown object looks for it; those who share it have nothing to copy. */
+TEST_F(HandleTest, AssignmentAmongSharersAsksNobody) {
+    TreflectObject a(name("nowhere"));
+    TreflectObject b(a);
+    const TreflectObjectStub &stub = *a.getStub();
+    EXPECT_EQ(2, stub.refCount());
+    Testing::FakePeer peer(link);
+    peer.answer([](TipprmiStream &body) { body << 0U; });
+    TreflectObject &self = a;
+    a = self;
+    a = b;
+    b = a;
+    EXPECT_TRUE(peer.requests().empty()) << peer.lastRequest();
+    EXPECT_EQ(&stub, a.getStub());
+    EXPECT_EQ(&stub, b.getStub());
+    EXPECT_EQ(2, stub.refCount());
+    TreflectObject other;
+    other = a;
+    EXPECT_EQ(1U, peer.requests().size()) << "who does not share it looks for it";
+    EXPECT_EQ(3, stub.refCount());
 }
 
 TEST_F(HandleTest, EachWayToMakeOneCountsOnce) {
@@ -326,6 +367,61 @@ TEST_F(HandleTest, AHandleOfADeadObjectIsNotConnected) {
     EXPECT_TRUE(fresh.isConnected());
     fresh = object;
     EXPECT_FALSE(fresh.isConnected());
+}
+
+// --- the old stub and the new one -----------------------------------------------------------------------------------
+
+/** Handles that are given another object, which is looked for meanwhile: a moment to see what they have. */
+class ReplacedTest : public Testing::BrokerTest {
+protected:
+    /** That takes so many requests. */
+    void replace(const std::function<void(TreflectObject &handle)> &change, unsigned requests) {
+        const TreflectHandlerState state(true);
+        Thing lamp("lamp", kStone);
+        TreflectObject handle(&lamp);
+        const TreflectObjectStub *const old = handle.getStub();
+        {
+            const TreflectReleaseHandlerState released;
+            Testing::TestThread changer([&] {
+                const TreflectHandlerState own(true);
+                change(handle);
+            });
+            for (; requests > 0; --requests) {
+                const Transport::AddressedMessage request = peer.next();
+                EXPECT_EQ(TreflectMessage::tRslve, TreflectMessage(request).type());
+                const TreflectHandlerState own(true);
+                {
+                    const TreflectObject other(&lamp);
+                    EXPECT_EQ(old, other.getStub());
+                    EXPECT_EQ(2, other.getStub()->refCount()) << "its only user still has it";
+                }
+                peer.respond(request, [](TipprmiStream &body) { body << 0U; });
+            }
+            changer.join();
+        }
+        EXPECT_EQ(unknown.getStub(), handle.getStub());
+        EXPECT_EQ(2, handle.getStub()->refCount());
+        EXPECT_EQ(1, TreflectObject(&lamp).getStub()->refCount()) << "then it was released";
+    }
+
+    const TreflectObject unknown{name("nowhere")};
+    const Testing::ManualPeer peer{link, orb, Transport::TerminationId(0x0042, 2, 1)};
+};
+
+TEST_F(ReplacedTest, AssignmentTakesTheNewStubBeforeItReleasesTheOldOne) {
+    replace([this](TreflectObject &handle) { handle = unknown; }, 1);
+}
+
+TEST_F(ReplacedTest, SoDoesConnect) {
+    // It looks for the object, and for that of the stub which it finds.
+    replace([](TreflectObject &handle) { handle.connect(name("nowhere")); }, 2);
+    replace([](TreflectObject &handle) { handle.connect(nullptr, name("nowhere")); }, 2);
+}
+
+TEST_F(ReplacedTest, SoDoesWhatReadsAReference) {
+    TipprmiStream stream(100);
+    stream << unknown;
+    replace([&stream](TreflectObject &handle) { stream >> handle; }, 1);
 }
 
 } // namespace

@@ -2,11 +2,13 @@
 
 #include "observation/REFLECT_Observer.h"
 #include "orb/REFLECT_orb.h"
+#include "platform/Thread.h"
 #include "reflection/REFLECT_metaObject.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
 #include "support/HeapProbe.h"
 #include "threads/HandlerState.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <vector>
 
@@ -40,9 +42,15 @@ public:
     explicit Counter(const char *name) : TreflectObserver(TipprmiOID(name, NamespaceId(1)), nullptr, name) {}
     bool detected() override {
         ++told;
+        permission = TreflectORB::hasRunPermission();
+        handler = TreflectORB::isHandlerThread();
+        thread = OSWrap::Thread::getCurrentId();
         return true;
     }
     int told = 0;
+    bool permission = true;
+    bool handler = false;
+    unsigned long thread = 0;
 };
 
 /** The events that an object's owner sends. */
@@ -90,6 +98,14 @@ TEST_F(ObjectEventsTest, OfAnObjectWithoutClientAreReportedAndNotSent) {
     }
     EXPECT_EQ(1U, log.count(3, kNoMeta, kSource));
     EXPECT_EQ(0, deleted.told);
+    {
+        const Testing::FailingHeap heap;
+        node.sendCreationEvent(nullptr);
+    }
+    EXPECT_EQ(2U, log.count(3, kNoMeta, kSource));
+    EXPECT_EQ(0, created.told);
+    node.sendCreationEvent(nullptr);
+    EXPECT_EQ(1, created.told) << "with memory";
 }
 
 TEST_F(ObjectEventsTest, AreOfTheFirstKnownClassUnlessAnotherIsGiven) {
@@ -111,17 +127,53 @@ TEST_F(ObjectEventsTest, AreOfTheFirstKnownClassUnlessAnotherIsGiven) {
     EXPECT_TRUE(log.with("no meta object").empty());
 }
 
-TEST_F(ObjectEventsTest, AreSentByThreadsWithoutThePermissionToo) {
+/** It becomes one for as long as that takes, as who tells others must be. */
+TEST_F(ObjectEventsTest, AreSentByThreadsThatAreNoHandlersToo) {
     const Meta own(kOwn);
     observe(kOwn);
-    {
+    log.clear();
+    unsigned long sender = 0;
+    const auto send = [&](void (TreflectServerObject::*event)(const TreflectMetaObject *) const) {
         const TreflectReleaseHandlerState released;
         Testing::TestThread([&] {
-            node.sendCreationEvent(&own);
-            node.sendDeletionEvent(&own);
+            EXPECT_FALSE(TreflectORB::isHandlerThread());
+            sender = OSWrap::Thread::getCurrentId();
+            (node.*event)(&own);
             EXPECT_FALSE(TreflectORB::hasRunPermission());
+            EXPECT_FALSE(TreflectORB::isHandlerThread());
         });
+    };
+    send(&TreflectServerObject::sendCreationEvent);
+    EXPECT_EQ(1, created.told);
+    EXPECT_EQ(sender, created.thread);
+    EXPECT_TRUE(created.handler);
+    EXPECT_FALSE(created.permission) << "as for all who are told";
+    EXPECT_EQ(1U, orb.getMetaData(kOwn)->objects.count(&node));
+    EXPECT_EQ(0, deleted.told);
+    send(&TreflectServerObject::sendDeletionEvent);
+    EXPECT_EQ(1, deleted.told);
+    EXPECT_EQ(sender, deleted.thread);
+    EXPECT_TRUE(deleted.handler);
+    EXPECT_FALSE(deleted.permission);
+    EXPECT_TRUE(orb.getMetaData(kOwn)->objects.empty());
+    EXPECT_EQ(1, created.told);
+    for (const Testing::LogLine &line : log.lines()) {
+        EXPECT_GT(line.level, 3) << line.text;
     }
+}
+
+TEST_F(ObjectEventsTest, WaitForThePermission) {
+    const Meta own(kOwn);
+    observe(kOwn);
+    Testing::TestThread sender([&] {
+        node.sendCreationEvent(&own);
+        node.sendDeletionEvent(&own);
+    });
+    EXPECT_TRUE(Testing::eventually([] { return handlerThreads()->waitingForPermission() == 1; }));
+    EXPECT_TRUE(orb.getMetaData(kOwn)->objects.empty());
+    EXPECT_EQ(0, created.told);
+    const TreflectReleaseHandlerState released;
+    sender.join();
     EXPECT_EQ(1, created.told);
     EXPECT_EQ(1, deleted.told);
 }

@@ -5,12 +5,16 @@
 #include "support/Concurrency.h"
 #include "support/LogCapture.h"
 #include "support/ReflectiveClasses.h"
+#include "support/Scenario.h"
 #include "threads/HandlerState.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <list>
 #include <memory>
+#include <vector>
 
 namespace {
 
@@ -114,6 +118,40 @@ TEST(InterfaceRepository, IsTheSameInAllThreads) {
         const Testing::TestThread thread([&] { seen = InterfaceRepository::instance(); });
     }
     EXPECT_EQ(InterfaceRepository::instance(), seen);
+}
+
+/** Nobody has registered a class when they begin. */
+SCENARIO(firstUseByManyThreads) {
+    constexpr unsigned kThreads = 8;
+    std::array<std::unique_ptr<CountingMeta>, kThreads> classes;
+    std::array<InterfaceRepository *, kThreads> seen{};
+    Testing::Gate start;
+    {
+        std::list<Testing::TestThread> threads;
+        for (unsigned i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&, i] {
+                start.pass();
+                classes[i] = std::make_unique<CountingMeta>("first", i + 1);
+                seen[i] = InterfaceRepository::instance();
+            });
+        }
+        start.open();
+    }
+    std::vector<unsigned> ids;
+    for (unsigned i = 0; i < kThreads; ++i) {
+        ids.push_back(i + 1);
+        SCENARIO_CHECK(seen[i] != nullptr && seen[i] == seen[0]);
+        SCENARIO_CHECK(repository().findInterface(i + 1) == classes[i].get());
+    }
+    SCENARIO_CHECK(repository().getIfIds() == ids);
+}
+
+TEST(InterfaceRepository, ThreadsMayBeTheFirstToUseItAllAtOnce) {
+    for (int round = 0; round < 3; ++round) {
+        const Testing::ProcessResult result =
+            Testing::runScenario("firstUseByManyThreads", {"REFLECTORB_TEST_NO_CLASSES=1"});
+        EXPECT_EQ(0, result.exitStatus) << result.output;
+    }
 }
 
 } // namespace

@@ -97,7 +97,8 @@ public:
     void blink() const;
 };
 
-/** Of both classes; there from the start of the process, and never destroyed. */
+/** Of both classes; there from the start of the process, unless it was started with REFLECTORB_TEST_NO_CLASSES, and
+ *  never destroyed. */
 class EquipmentMeta : public TreflectMetaObject {
 public:
     static EquipmentMeta *instance();
