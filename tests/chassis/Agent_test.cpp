@@ -114,6 +114,19 @@ TEST_F(AgentTest, InterfacesComeChangeAndGo) {
     EXPECT_TRUE(probe.askUntil("port /chassis/slot2/plain", "port ", "- 0 - 0 - - 0 unreachable"));
 }
 
+TEST_F(AgentTest, AnEventWithNothingButTheNameChangesNothing) {
+    ASSERT_EQ("", network_.addVeth("left", "right"));
+    network_.enter();
+    Program agent(unit_, 2, {WIRELESS_AGENT, "--slot", "2"});
+    agent.expect("slot 2 is published");
+    Actor probe(probes_);
+    watch(probe);
+    EXPECT_EQ("", probe.expect("created /chassis/slot2/left"));
+    ASSERT_EQ("", network_.setMtu("left", 1234)); // of which that agent is told the name only
+    ASSERT_EQ("", network_.setMtu("left", 1300));
+    EXPECT_EQ("down down 1300", probe.expect("changed /chassis/slot2/left "));
+}
+
 TEST_F(AgentTest, ARenamedInterfaceIsAnotherPort) {
     ASSERT_EQ("", network_.add("before"));
     const auto agent = startAgent();

@@ -77,11 +77,12 @@ TEST_F(Parse, TakesAllThatIsThere) {
 
 TEST_F(Parse, DoesWithoutWhatIsNotThere) {
     nla_put_string(message_.get(), IFLA_IFNAME, "x");
+    nla_put_u32(message_.get(), IFLA_MTU, 1500);
     nla_put(message_.get(), IFLA_STATS64, 8, "\1\0\0\0\0\0\0\0"); // of an older kernel
     ASSERT_TRUE(parse());
     EXPECT_EQ("x", link_.name);
     EXPECT_EQ("", link_.macAddress);
-    EXPECT_EQ(0U, link_.mtu);
+    EXPECT_EQ(1500U, link_.mtu);
     EXPECT_EQ("", link_.operState);
     EXPECT_NE(0U, link_.rx.packets);
     EXPECT_EQ(0U, link_.tx.packets);
@@ -96,10 +97,19 @@ TEST_F(Parse, RefusesWhatIsNotAboutAnInterface) {
                                               {RTM_SETLINK, AF_UNSPEC, 7}}) {
         begin(type, family, index);
         nla_put_string(message_.get(), IFLA_IFNAME, "x");
+        nla_put_u32(message_.get(), IFLA_MTU, 1500);
         EXPECT_FALSE(parse()) << type << " " << int{family} << " " << index;
     }
     begin(RTM_DELLINK, AF_UNSPEC, 7);
     nla_put_string(message_.get(), IFLA_IFNAME, "x");
+    EXPECT_TRUE(parse());
+}
+
+TEST_F(Parse, RefusesWhatSaysNoMoreThanTheName) { // a wireless interface has looked for networks
+    nla_put_string(message_.get(), IFLA_IFNAME, "wlan0");
+    nla_put(message_.get(), IFLA_WIRELESS, 4, "\x04\x00\x19\x8b");
+    EXPECT_FALSE(parse());
+    nla_put_u32(message_.get(), IFLA_MTU, 1500);
     EXPECT_TRUE(parse());
 }
 

@@ -72,6 +72,9 @@ bool parse(nlmsghdr *header, Link &link) {
         attributes[IFLA_IFNAME] == nullptr) {
         return false;
     }
+    if (header->nlmsg_type == RTM_NEWLINK && attributes[IFLA_MTU] == nullptr) {
+        return false; // something else of the interface has changed, as a wireless one's network
+    }
     link.index = static_cast<unsigned>(head->ifi_index);
     link.up = (head->ifi_flags & IFF_UP) != 0;
     link.name = textOf(attributes[IFLA_IFNAME]);

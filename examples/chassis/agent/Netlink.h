@@ -23,7 +23,8 @@ using Callbacks = std::unique_ptr<nl_cb, Release>;
 /** Connected to the kernel's interfaces, those of the calling thread's network namespace; null with `failure`. */
 Socket connect(Failure &failure);
 
-/** False for messages that are not about an interface itself; a bridge tells of its ports with the same kind. */
+/** False for messages that do not describe an interface itself: bridges tell of their ports, and wireless interfaces of
+ *  their networks, with the same kind. */
 bool parse(nlmsghdr *header, Link &link);
 
 } // namespace Netlink
