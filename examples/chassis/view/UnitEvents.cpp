@@ -196,16 +196,20 @@ void UnitEvents::askPort(Raw &raw) {
 void UnitEvents::verifyPorts(const Event &cameNow) {
     const TreflectHandlerState state(true);
     const auto end = ports_.lower_bound({cameNow.broker + 1, 0});
+    std::list<Raw> deleted;
     for (auto entry = ports_.lower_bound({cameNow.broker, 0}); entry != end; ++entry) {
         Port::Raised raised;
         Port(entry->second).index(&raised);
         if (isUnreachable(raised)) {
-            std::list<Raw> node(1);
-            node.front().event = cameNow;
-            node.front().event.kind = Event::Kind::portDeleted;
-            node.front().event.key = entry->first;
-            missed_.splice(missed_.end(), node);
+            deleted.emplace_back();
+            deleted.back().event = cameNow;
+            deleted.back().event.kind = Event::Kind::portDeleted;
+            deleted.back().event.key = entry->first;
         }
+    }
+    // None can be reached if the broker has gone meanwhile; but its end is still to be told, and says so of them all.
+    if (Transport::TransportLayer::exists(TerminationId(cameNow.broker))) {
+        missed_.splice(missed_.end(), deleted);
     }
 }
 

@@ -6,6 +6,7 @@
  *                           "deleted PATH", "changed PATH ADMIN OPER MTU" as they come, and "came SLOT" when it has
  *                           subscribed at a broker there
  *   ends                    of a chassis                                -> "watching"; "came SLOT" as for watch
+ *   make NAME [ATTRIBUTE gone|death]                                    -> "made"; a ScriptedPort of slot 3
  *   forbid PATH             forbids changes of its MTU                  -> "forbidden"
  *   hold PATH               holds the next change of its MTU            -> "ready"; then "held", until "go" -> "gone"
  *   port PATH               -> "port NAME INDEX MAC MTU ADMIN OPER SPEED", each that is empty as "-", and the exception
@@ -20,6 +21,7 @@
  */
 #include "Chassis.h"
 #include "Paths.h"
+#include "ScriptedPort.h"
 #include "observation/REFLECT_Observer.h"
 #include "observation/REFLECT_OrbObserver.h"
 #include "orb/REFLECT_orb.h"
@@ -188,6 +190,20 @@ void onChassis(Arguments &) {
     say("chassis made");
 }
 
+void onMake(Arguments &arguments) {
+    const std::string name = word(arguments);
+    PortMeta::instance()->completeMetaInformation();
+    const TreflectMetaOperation *const get = PortMeta::instance()->metaOperation("get" + word(arguments));
+    ScriptedPort::Faulty faulty;
+    if (get != nullptr) {
+        faulty.mc = static_cast<unsigned>(get->id());
+        faulty.fatal = word(arguments) == "death";
+    }
+    const auto *const port = new ScriptedPort(Paths::port(3, name), name, faulty);
+    port->sendCreationEvent(PortMeta::instance());
+    say("made");
+}
+
 void onSlots(Arguments &) {
     const TipprmiSequence<Slot> slots = Chassis(Paths::id(Paths::chassis())).slots();
     std::string list;
@@ -298,10 +314,10 @@ void onFigures(Arguments &) {
 }
 
 const std::map<std::string, void (*)(Arguments &)> commands = {
-    {"chassis", onChassis},   {"slots", onSlots},     {"watch", onWatch}, {"forbid", onForbid},
-    {"hold", onHold},         {"go", onGo},           {"port", onPort},   {"attribute", onAttribute},
-    {"counters", onCounters}, {"mtu", onMtu},         {"admin", onAdmin}, {"ports", onPorts},
-    {"slot", onSlot},         {"figures", onFigures}, {"path", onPath},   {"ends", onEnds},
+    {"chassis", onChassis}, {"slots", onSlots}, {"watch", onWatch},         {"forbid", onForbid},     {"hold", onHold},
+    {"go", onGo},           {"port", onPort},   {"attribute", onAttribute}, {"counters", onCounters}, {"mtu", onMtu},
+    {"admin", onAdmin},     {"ports", onPorts}, {"slot", onSlot},           {"figures", onFigures},   {"path", onPath},
+    {"ends", onEnds},       {"make", onMake},
 };
 
 } // namespace

@@ -1,0 +1,38 @@
+#include "chassis/Machine.h"
+#include "system/Actor.h"
+
+#include <csignal>
+
+namespace {
+
+using Testing::Actor;
+using Testing::MachineTest;
+using Testing::Program;
+using Testing::Unit;
+
+/** What those who watch make of ports that go at the wrong moment: they belong to the test. */
+class Watch : public MachineTest {
+protected:
+    /** An actor in slot 3 whose ports the manager, which runs again, finds all there. */
+    std::unique_ptr<Actor> startPorts(const Program &manager, const std::vector<std::string> &commands) const {
+        manager.signal(SIGSTOP);
+        auto actor = std::make_unique<Actor>(probes_, 3);
+        for (const std::string &command : commands) {
+            actor->ask(command, "made");
+        }
+        manager.signal(SIGCONT);
+        return actor;
+    }
+
+    const Unit probes_{unit_.directory(), {}};
+};
+
+TEST_F(Watch, AnActorThatDiesWhileItIsTakenInTakesItsPortsWithIt) {
+    const Started manager = startManager();
+    const auto actor = startPorts(*manager, {"make one index death", "make two"});
+    manager->expectAll({"slot 3  port one created", "slot 3  port two created"});
+    manager->expect(") is gone, and with it 2 ports: one, two");
+    EXPECT_FALSE(has(manager->output(), "deleted")) << manager->output();
+}
+
+} // namespace
