@@ -35,4 +35,14 @@ TEST_F(Watch, AnActorThatDiesWhileItIsTakenInTakesItsPortsWithIt) {
     EXPECT_FALSE(has(manager->output(), "deleted")) << manager->output();
 }
 
+TEST_F(Watch, APortWithoutInterfaceIsDeletedAlsoIfNobodySaysSo) {
+    const Started manager = startManager();
+    const auto actor = startPorts(*manager, {"make one index gone", "make two"});
+    manager->expectAll({"slot 3  port one created", "slot 3  port two created"});
+    manager->expect("slot 3  port one deleted");
+    manager->signal(SIGUSR1);
+    manager->expect("   3  two ");
+    manager->expect("1 ports in 1 slots");
+}
+
 } // namespace

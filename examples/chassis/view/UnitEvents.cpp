@@ -38,10 +38,6 @@ ObjectKey keyOf(const TreflectObject &object) {
     return {brokerOf(object).value(), stub != nullptr ? stub->getInternalOID() : 0};
 }
 
-bool isUnreachable(const TipprmiExceptionContainer &raised) {
-    return raised.getExceptionType() == TipprmiGeneralException::getExceptionClassType();
-}
-
 } // namespace
 
 // --- what the library tells, in its threads -------------------------------------------------------------------------
@@ -200,7 +196,7 @@ void UnitEvents::verifyPorts(const Event &cameNow) {
     for (auto entry = ports_.lower_bound({cameNow.broker, 0}); entry != end; ++entry) {
         Port::Raised raised;
         Port(entry->second).index(&raised);
-        if (isUnreachable(raised)) {
+        if (raised.getExceptionType() != 0) { // a port lives on until its deletion was told, without its interface
             deleted.emplace_back();
             deleted.back().event = cameNow;
             deleted.back().event.kind = Event::Kind::portDeleted;
