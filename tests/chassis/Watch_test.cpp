@@ -45,4 +45,19 @@ TEST_F(Watch, APortWithoutInterfaceIsDeletedAlsoIfNobodySaysSo) {
     manager->expect("1 ports in 1 slots");
 }
 
+TEST_F(Watch, APortThatGoesWhileItIsAskedIsNotHalfKnown) {
+    const Started manager = startManager();
+    Actor actor(probes_, 3);
+    manager->expect("slot 3  actor ");
+    for (const char *attribute : {"adminState", "operState", "mtu", "macAddress"}) {
+        const std::string name = attribute;
+        actor.ask("make " + name + " " + attribute + " gone", "made");
+        manager->expect("slot 3  port " + name + " created: gone before it could be asked");
+    }
+    Program watch(unit_, 9, {PORTCTL, "watch"}); // may have missed their deletion
+    watch.expect("slot 3  actor ");
+    actor.ask("make last", "made");
+    EXPECT_EQ("slot 3  port last created: up, mtu 1500, last", watch.expect("  port ").substr(13));
+}
+
 } // namespace

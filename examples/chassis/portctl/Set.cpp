@@ -1,6 +1,7 @@
 #include "Unit.h"
 #include "threads/HandlerState.h"
 #include "view/Options.h"
+#include "view/PortReader.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -53,7 +54,7 @@ int set(const Arguments &arguments) {
     if (raised.getExceptionType() != 0) {
         return reportRefusal(path, raised);
     }
-    Unit::Reader read(port);
+    View::PortReader read(port);
     const std::string state = read(&Port::adminState);
     const unsigned now = read(&Port::mtu);
     if (read.failed()) {

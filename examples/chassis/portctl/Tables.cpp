@@ -2,6 +2,7 @@
 
 #include "Unit.h"
 #include "threads/HandlerState.h"
+#include "view/PortReader.h"
 #include "view/Table.h"
 
 #include <cstdio>
@@ -47,7 +48,7 @@ int tree(const Arguments &arguments) {
         ++slots;
         table.add({View::pathText({slot.name})});
         for (const Unit::PortAt &at : Unit::portsBelow({slot.name}, slot.object)) {
-            Unit::Reader read(at.port);
+            View::PortReader read(at.port);
             const std::vector<std::string> row{View::pathText(at.path), read(&Port::adminState),
                                                read(&Port::operState),  std::to_string(read(&Port::mtu)),
                                                read(&Port::macAddress), speedText(read(&Port::speed))};

@@ -28,23 +28,6 @@ struct PortAt {
     View::Path path;
     Port port;
 };
-/** Reads of a port that hold together only if all of them succeed: it may go in between. */
-class Reader {
-public:
-    explicit Reader(const Port &port) : port_(port) {}
-    template <class T>
-    T operator()(T (Port::*get)(Port::Raised *) const) {
-        Port::Raised raised;
-        T value = (port_.*get)(&raised);
-        failed_ = failed_ || raised.getExceptionType() != 0;
-        return value;
-    }
-    bool failed() const { return failed_; }
-
-private:
-    const Port &port_;
-    bool failed_ = false;
-};
 
 /** Of something that went while it was read: reports that. */
 int failGone(const View::Path &path);

@@ -6,6 +6,7 @@
 #include "platform/TransportLayer.h"
 #include "rmi/StreamOperators.h"
 #include "threads/HandlerState.h"
+#include "view/PortReader.h"
 
 namespace View {
 
@@ -173,15 +174,19 @@ bool UnitEvents::complete(Raw &raw) {
 }
 
 void UnitEvents::askPort(Raw &raw) {
-    const TreflectHandlerState state(true);
+    const TreflectHandlerState permission(true);
     const Port port(raw.port);
     port.operation("stateChanged")->postObserve(&changed_); // first: what changes after the reads is not missed
-    Port::Raised raised;
-    raw.event.state = {port.adminState(&raised), port.operState(), port.mtu()};
-    raw.event.address = port.macAddress();
+    PortReader read(port);
+    const PortState state{read(&Port::adminState), read(&Port::operState), read(&Port::mtu)};
+    const std::string address = read(&Port::macAddress);
+    if (!read.failed()) {
+        raw.event.state = state;
+        raw.event.address = address;
+    }
     // After the event of a creation one of the deletion is sure to come. But one that was there before, and is not well
     // now, may have been told of as deleted already.
-    raw.event.lasting = raw.event.kind == Event::Kind::portCreated || raised.getExceptionType() == 0;
+    raw.event.lasting = raw.event.kind == Event::Kind::portCreated || !read.failed();
     if (raw.event.lasting) {
         ports_[raw.event.key] = raw.port;
     }
