@@ -2,6 +2,7 @@
 #include "system/Actor.h"
 
 #include <csignal>
+#include <fstream>
 
 namespace {
 
@@ -58,6 +59,33 @@ TEST_F(Watch, APortThatGoesWhileItIsAskedIsNotHalfKnown) {
     watch.expect("slot 3  actor ");
     actor.ask("make last", "made");
     EXPECT_EQ("slot 3  port last created: up, mtu 1500, last", watch.expect("  port ").substr(13));
+}
+
+/** As the kernel sees it: whether the signal would stop the process depends on what the tests were started from. */
+bool ignores(const Program &program, int signal) {
+    std::ifstream status("/proc/" + std::to_string(program.pid()) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.find("SigIgn:") == 0) {
+            return (std::stoull(line.substr(7), nullptr, 16) >> static_cast<unsigned>(signal - 1) & 1U) != 0;
+        }
+    }
+    return false;
+}
+
+TEST_F(Watch, NobodyIsHeldUpByCtrlZ) {
+    const Started manager = startManager();
+    const Started agent = startAgent(2);
+    Program watch(unit_, 9, {PORTCTL, "watch"});
+    watch.expect("watching");
+    for (Program *program : {manager.get(), agent.get(), &watch}) {
+        EXPECT_TRUE(ignores(*program, SIGTSTP));
+        program->signal(SIGTSTP);
+    }
+    Actor actor(probes_, 3);
+    actor.ask("make one", "made");
+    manager->expect("slot 3  port one created");
+    watch.expect("slot 3  port one created");
+    EXPECT_EQ(0, portctl({"show", "slot2/lo"}).status);
 }
 
 } // namespace

@@ -47,15 +47,19 @@ bool parse(int argc, char **argv, Options &options) {
 }
 
 void printHelp() {
-    std::printf("usage: port_agent --slot N\n"
-                "\n"
-                "Publishes each network interface of the network namespace that it is started in as an object\n"
-                "/chassis/slotN/INTERFACE of the unit, until it gets SIGTERM or SIGINT. It may be started before\n"
-                "chassis_manager, and goes on when that ends or is started again. A slot has one agent: a second one\n"
-                "ends at once, but two that are started at the same moment do not notice each other.\n"
-                "\n"
-                "Interfaces can be changed through it if it has CAP_NET_ADMIN; else who tries is told so.\n"
-                "The directory of the unit is $REFLECTORB_UNIT_DIR.\n"
-                "\n"
-                "exit status: 0 ended by a signal; 1 cannot do its work; 2 bad arguments; 3 the slot has an agent\n");
+    std::printf(
+        "usage: port_agent --slot N\n"
+        "\n"
+        "Publishes each network interface of the network namespace that it is started in as an object\n"
+        "/chassis/slotN/INTERFACE of the unit, until it gets SIGTERM or SIGINT. It may be started before\n"
+        "chassis_manager, and goes on when that ends or is started again. A slot has one agent: a second one\n"
+        "ends at once, but two that are started at the same moment do not notice each other.\n"
+        "\n"
+        "Whoever is told of a port's changes has to answer before the next event is taken: an observer that stands\n"
+        "still holds it up, and ends it after ten minutes. For the same reason Ctrl-Z has no effect on it.\n"
+        "\n"
+        "Interfaces can be changed through it if it has CAP_NET_ADMIN; else who tries is told so.\n"
+        "The directory of the unit is $REFLECTORB_UNIT_DIR.\n"
+        "\n"
+        "exit status: 0 ended by a signal; 1 cannot do its work; 2 bad arguments; 3 the slot has an agent\n");
 }

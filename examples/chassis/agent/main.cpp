@@ -185,5 +185,6 @@ int main(int argc, char **argv) {
     ::setenv("REFLECTORB_SLOT", std::to_string(options.slot).c_str(), 1);
     const sigset_t signals = endingSignals();
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGTSTP, SIG_IGN); // an actor that stands still holds up those that call it
     return Agent(options.slot).run();
 }

@@ -27,6 +27,7 @@ constexpr char kHelp[] = "usage: chassis_manager [--slot N]\n"
                          "  --help     this text\n"
                          "\n"
                          "SIGUSR1 prints the ports as a table. SIGTERM and SIGINT end it; a second one at once.\n"
+                         "Ctrl-Z has no effect: agents wait while they tell it something.\n"
                          "Exit status: 0 ended by a signal; 1 there is a manager in the unit already; 2 wrong "
                          "arguments; 4 no unit to join.\n"
                          "The unit is the one of REFLECTORB_UNIT_DIR.\n";
@@ -87,6 +88,7 @@ int manage() {
 
 int main(int argc, char **argv) {
     View::blockSignals({SIGTERM, SIGINT, SIGUSR1});
+    View::stayRunning();
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         if (argument == "--help" || argument == "-h") {

@@ -2,7 +2,7 @@
  * A command-line client of the unit: shows, watches and changes the ports of all slots, wherever their actors run.
  */
 #include "Commands.h"
-#include "view/Options.h"
+#include "view/Signals.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +20,8 @@ constexpr char kHelp[] =
     "  counters PATH         what a port, or all below, received and sent\n"
     "  --help                this text\n"
     "\n"
-    "PATH is /chassis/slot2/eth0, or just slot2/eth0.\n"
+    "PATH is /chassis/slot2/eth0, or just slot2/eth0. Ctrl-Z has no effect: agents wait while they tell a client what\n"
+    "happens.\n"
     "\n"
     "Exit status: 0 done; 1 refused or failed; 2 wrong arguments; 3 no such object; 4 no unit, or no manager in it.\n"
     "The unit is the one of REFLECTORB_UNIT_DIR.\n";
@@ -53,6 +54,7 @@ int main(int argc, char **argv) {
         std::fputs(kHelp, stdout);
         return done;
     }
+    View::stayRunning();
     ::setenv("REFLECTORB_LOG_LEVEL", "3", 0); // warnings would only repeat what the commands say
     for (const Entry &entry : kCommands) {
         if (name == entry.name) {

@@ -29,6 +29,10 @@ int waitForSignal(std::initializer_list<int> signals) {
     return number;
 }
 
+void stayRunning() {
+    std::signal(SIGTSTP, SIG_IGN);
+}
+
 void letSignalsEnd() {
     const sigset_t set = setOf({SIGINT, SIGTERM});
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);

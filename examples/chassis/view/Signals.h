@@ -8,6 +8,8 @@ namespace View {
  *  they stay pending until somebody waits. */
 void blockSignals(std::initializer_list<int> signals);
 int waitForSignal(std::initializer_list<int> signals);
+/** Ctrl-Z has no effect from now on: an actor that stands still holds up those that tell it something. */
+void stayRunning();
 /** From now on SIGINT and SIGTERM end the process at once: for an end that may have to wait for others. */
 void letSignalsEnd();
 
