@@ -61,6 +61,24 @@ TEST_F(Watch, APortThatGoesWhileItIsAskedIsNotHalfKnown) {
     EXPECT_EQ("slot 3  port last created: up, mtu 1500, last", watch.expect("  port ").substr(13));
 }
 
+/** Of one that observes the port of the actor until it ends. */
+void expectLeave(Program &program, Actor &actor) {
+    program.expect("slot 3  port one ");
+    EXPECT_EQ("1", actor.ask("observed one", "observed "));
+    program.signal(SIGTERM);
+    EXPECT_EQ(0, program.end()) << program.output();
+    EXPECT_EQ("0", actor.ask("observed one", "observed "));
+}
+
+TEST_F(Watch, WhoEndsObservesNoMore) {
+    Actor actor(probes_, 3);
+    actor.ask("make one", "made");
+    expectLeave(*startManager(), actor);
+    actor.ask("chassis", "chassis made");
+    Program watch(unit_, 9, {PORTCTL, "watch"});
+    expectLeave(watch, actor);
+}
+
 /** As the kernel sees it: whether the signal would stop the process depends on what the tests were started from. */
 bool ignores(const Program &program, int signal) {
     std::ifstream status("/proc/" + std::to_string(program.pid()) + "/status");

@@ -53,6 +53,7 @@ void Reporter::run(const std::string &ready) {
             put(timeText(event.time) + " " + news.text + "\n");
         }
     }
+    events.unsubscribe();
 }
 
 } // namespace View

@@ -8,6 +8,10 @@
 #include "threads/HandlerState.h"
 #include "view/PortReader.h"
 
+#include <chrono>
+#include <future>
+#include <thread>
+
 namespace View {
 
 namespace {
@@ -145,6 +149,18 @@ bool UnitEvents::next(Event &event) {
             return true;
         }
     }
+}
+
+void UnitEvents::unsubscribe() {
+    std::packaged_task<void()> removal([this] {
+        const TreflectHandlerState permission(true);
+        for (const auto &entry : ports_) {
+            entry.second.removeObserver(nullptr, &changed_); // of whatever operation
+        }
+    });
+    const std::future<void> done = removal.get_future();
+    std::thread(std::move(removal)).detach();
+    done.wait_for(std::chrono::seconds(2));
 }
 
 /** False if the event is overtaken: what it tells of belongs to a broker whose end has been told, or will be. */

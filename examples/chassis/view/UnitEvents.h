@@ -29,6 +29,9 @@ public:
      */
     bool next(Event &event);
     void stop() { queue_.close(); }
+    /** When next() has returned false for good: ports tell no more of their changes. Waits at most 2 s for those whose
+     *  actor does not answer; they find out by themselves. Without the run permission. */
+    void unsubscribe();
 
 private:
     /** An event as a callback gets it: what takes calls is found out by next(). */

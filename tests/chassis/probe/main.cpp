@@ -7,6 +7,7 @@
  *                           subscribed at a broker there
  *   ends                    of a chassis                                -> "watching"; "came SLOT" as for watch
  *   make NAME [ATTRIBUTE gone|death]                                    -> "made"; a ScriptedPort of slot 3
+ *   observed NAME           of one that was made: are its changes?      -> "observed 0|1"
  *   forbid PATH             forbids changes of its MTU                  -> "forbidden"
  *   hold PATH               holds the next change of its MTU            -> "ready"; then "held", until "go" -> "gone"
  *   port PATH               -> "port NAME INDEX MAC MTU ADMIN OPER SPEED", each that is empty as "-", and the exception
@@ -190,6 +191,16 @@ void onChassis(Arguments &) {
     say("chassis made");
 }
 
+std::map<std::string, const ScriptedPort *> &madePorts() {
+    static auto &ports = *new std::map<std::string, const ScriptedPort *>;
+    return ports;
+}
+
+void onObserved(Arguments &arguments) {
+    say("observed %d",
+        madePorts().at(word(arguments))->postObserverAvailable(Port::CLASS_ID, Port::mcStateChanged) ? 1 : 0);
+}
+
 void onMake(Arguments &arguments) {
     const std::string name = word(arguments);
     PortMeta::instance()->completeMetaInformation();
@@ -200,6 +211,7 @@ void onMake(Arguments &arguments) {
         faulty.fatal = word(arguments) == "death";
     }
     const auto *const port = new ScriptedPort(Paths::port(3, name), name, faulty);
+    madePorts()[name] = port;
     port->sendCreationEvent(PortMeta::instance());
     say("made");
 }
@@ -317,7 +329,7 @@ const std::map<std::string, void (*)(Arguments &)> commands = {
     {"chassis", onChassis}, {"slots", onSlots}, {"watch", onWatch},         {"forbid", onForbid},     {"hold", onHold},
     {"go", onGo},           {"port", onPort},   {"attribute", onAttribute}, {"counters", onCounters}, {"mtu", onMtu},
     {"admin", onAdmin},     {"ports", onPorts}, {"slot", onSlot},           {"figures", onFigures},   {"path", onPath},
-    {"ends", onEnds},       {"make", onMake},
+    {"ends", onEnds},       {"make", onMake},   {"observed", onObserved},
 };
 
 } // namespace
