@@ -7,7 +7,8 @@
 namespace {
 
 constexpr int kBuffer = 1 << 20; // bytes; some hundred events
-constexpr int kAtOnce = 1000;    // messages: signals are to be seen in between
+constexpr int kAtOnce = 100;     // messages: signals are to be seen in between
+constexpr int kOutdated = 10000; // messages: more than there can be in the buffer
 
 int took(nl_msg *message, void *argument) {
     auto &events = *static_cast<std::vector<LinkEvent> *>(argument);
@@ -44,9 +45,10 @@ LinkMonitor::Outcome LinkMonitor::read(std::vector<LinkEvent> &events) {
     nl_socket_modify_cb(socket_.get(), NL_CB_VALID, NL_CB_CUSTOM, took, &events);
     bool lost = false;
     int result = 0;
-    for (int i = 0; i < kAtOnce && result >= 0; ++i) {
+    // If some were lost, those that are there tell of a time before the listing that comes now: they all have to go.
+    for (int i = 0; i < (lost ? kOutdated : kAtOnce) && result >= 0; ++i) {
         result = nl_recvmsgs_default(socket_.get());
-        if (result == -NLE_NOMEM) { // the kernel's word for "no room"; what comes after is in order again
+        if (result == -NLE_NOMEM) { // the kernel's word for "no room"
             lost = true;
             result = 0;
         }

@@ -16,7 +16,7 @@ class LinkMonitor {
 public:
     enum class Outcome {
         complete, // all events are there
-        lost,     // the kernel had no room for some: look at everything anew
+        lost,     // the kernel had no room for some, and none is there now: look at everything anew
         failed
     };
 
