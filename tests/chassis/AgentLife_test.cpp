@@ -138,6 +138,17 @@ TEST_F(AgentTest, GoesOnWithoutAChassisAndBecomesPartOfEachThatComes) {
     }
 }
 
+TEST_F(AgentTest, SaysThatItIsPartOfAChassisOnlyIfItIs) {
+    const auto agent = startAgent();
+    Actor first(probes_, 1);
+    first.tell("trap");
+    agent->expect("slot 2 did not become part of /chassis");
+    EXPECT_EQ(std::string::npos, agent->output().find("is part of")) << agent->output();
+    Actor second(probes_, 1);
+    second.ask("chassis", "chassis made");
+    agent->expect("slot 2 is part of /chassis");
+}
+
 TEST_F(AgentTest, BelongsToTheManagerThatIsThere) {
     const auto agent = startAgent();
     for (int i = 0; i < 3; ++i) {

@@ -41,9 +41,10 @@ std::string SlotObject::getAbsName() const {
     return Paths::slot(number_);
 }
 
-void SlotObject::attach(const TreflectObject &chassis) {
+bool SlotObject::attach(const TreflectObject &chassis) {
     chassis_ = chassis;
     chassis.registerChild(objectName(), *getClient());
+    return chassis.getChild(objectName()).getServer() == this;
 }
 
 void SlotObject::take(const std::vector<Link> &links) {

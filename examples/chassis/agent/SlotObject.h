@@ -28,8 +28,8 @@ public:
     TreflectObject getParent() const override;
     std::string getAbsName() const override;
 
-    /** There is a chassis: becomes a child of it. */
-    void attach(const TreflectObject &chassis);
+    /** There is a chassis: becomes a child of it. False if it has not become one, for the chassis may be gone again. */
+    bool attach(const TreflectObject &chassis);
     /** The interfaces as they are now, all of them: makes, updates and deletes ports. */
     void take(const std::vector<Link> &links);
     /** What has happened since. */

@@ -120,8 +120,9 @@ Status Agent::follow(SlotObject &slot, ChassisWatch &chassis) {
         }
         if (readable[2].revents != 0) {
             const TreflectHandlerState state(true);
-            slot.attach(chassis.take());
-            std::printf("slot %u is part of %s\n", number_, Paths::chassis().c_str());
+            const bool part = slot.attach(chassis.take());
+            std::printf("slot %u %s %s\n", number_, part ? "is part of" : "did not become part of",
+                        Paths::chassis().c_str());
         }
     }
 }

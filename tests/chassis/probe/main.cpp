@@ -1,6 +1,7 @@
 /*
  * An actor that uses what port agents publish, one command a line:
  *   chassis                 owns /chassis from now on                   -> "chassis made"
+ *   trap                    the same, but it dies when a slot comes to it
  *   slots                   that have come to its chassis               -> "slots 1:PID 2:PID"
  *   watch                   ports that come and go, and their changes   -> "watching"; then "created PATH",
  *                           "deleted PATH", "changed PATH ADMIN OPER MTU" as they come, and "came SLOT" when it has
@@ -31,6 +32,7 @@
 #include "threads/BrokerLocks.h"
 #include "threads/HandlerState.h"
 
+#include <csignal>
 #include <functional>
 #include <map>
 #include <sstream>
@@ -69,7 +71,8 @@ std::string exception(TipprmiExceptionContainer &raised) {
 
 class ChassisObject : public ChassisSkeleton {
 public:
-    ChassisObject() : ChassisSkeleton(Paths::id(Paths::chassis()), nullptr, "chassis") {}
+    explicit ChassisObject(bool fatal)
+        : ChassisSkeleton(Paths::id(Paths::chassis()), nullptr, "chassis"), fatal_(fatal) {}
 
     TipprmiSequence<Slot> slots(Raised &) override {
         const TipprmiSequence<TreflectObject> childs = getChilds();
@@ -79,6 +82,15 @@ public:
         }
         return slots;
     }
+    void registerChild(const std::string &name, const TreflectObject &child) override {
+        if (fatal_) {
+            ::raise(SIGKILL);
+        }
+        ChassisSkeleton::registerChild(name, child);
+    }
+
+private:
+    const bool fatal_;
 };
 
 /** Does something when it is told. */
@@ -185,10 +197,18 @@ void onGo(Arguments &) {
     say("gone");
 }
 
-void onChassis(Arguments &) {
-    static auto *const chassis = new ChassisObject;
+void makeChassis(bool fatal) {
+    static auto *const chassis = new ChassisObject(fatal);
     chassis->sendCreationEvent(ChassisMeta::instance());
     say("chassis made");
+}
+
+void onChassis(Arguments &) {
+    makeChassis(false);
+}
+
+void onTrap(Arguments &) {
+    makeChassis(true);
 }
 
 std::map<std::string, const ScriptedPort *> &madePorts() {
@@ -329,7 +349,7 @@ const std::map<std::string, void (*)(Arguments &)> commands = {
     {"chassis", onChassis}, {"slots", onSlots}, {"watch", onWatch},         {"forbid", onForbid},     {"hold", onHold},
     {"go", onGo},           {"port", onPort},   {"attribute", onAttribute}, {"counters", onCounters}, {"mtu", onMtu},
     {"admin", onAdmin},     {"ports", onPorts}, {"slot", onSlot},           {"figures", onFigures},   {"path", onPath},
-    {"ends", onEnds},       {"make", onMake},   {"observed", onObserved},
+    {"ends", onEnds},       {"make", onMake},   {"observed", onObserved},   {"trap", onTrap},
 };
 
 } // namespace
