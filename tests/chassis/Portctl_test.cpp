@@ -1,4 +1,5 @@
 #include "chassis/Machine.h"
+#include "system/Actor.h"
 
 #include <csignal>
 #include <fstream>
@@ -164,6 +165,20 @@ TEST_F(Portctl, ShowTellsWhatObjectsTellOfThemselves) {
     const Outcome chassis = portctl({"show", "/chassis"});
     EXPECT_EQ(0, chassis.status);
     EXPECT_EQ((Arguments{"slots", "Slot", "slot2"}), lineOf(chassis.output, "slots"));
+}
+
+TEST_F(Portctl, ShowLeavesOutObjectsWhoseActorHasEnded) {
+    Testing::Actor owner({unit_.directory(), {}}); // its chassis keeps those
+    owner.ask("chassis", "chassis made");
+    const Started second = startAgent(2);
+    const Started third = startAgent(3);
+    const Started fourth = startAgent(4);
+    EXPECT_TRUE(has(portctl({"show", "/chassis"}).output, "  slot2, slot3, slot4\n"));
+    second->kill();
+    third->kill();
+    const Outcome chassis = portctl({"show", "/chassis"});
+    EXPECT_EQ(0, chassis.status);
+    EXPECT_TRUE(has(chassis.output, "  slot4\n")) << chassis.output;
 }
 
 TEST_F(Portctl, CountersAreThoseOfTheKernel) {

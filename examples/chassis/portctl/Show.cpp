@@ -74,7 +74,10 @@ std::string namesOf(Attributes &object, const TreflectMetaAttribute &attribute) 
     const auto objects = object.read<TipprmiSequence<TreflectObject>>(attribute);
     std::vector<std::string> names;
     for (unsigned i = 0; i < objects.getLength(); ++i) {
-        names.push_back(objects[i].getRelName());
+        const std::string name = objects[i].getRelName();
+        if (!name.empty()) { // its actor has just ended
+            names.push_back(name);
+        }
     }
     return View::joined(names);
 }
