@@ -168,6 +168,11 @@ if [ "$namespaces" = yes ]; then
   room 3
 fi
 
+# interfaces: those that the kernel has here, a name a line, in order.
+interfaces() {
+  tail -n +3 /proc/net/dev | sed 's/:.*//; s/ //g' | sort
+}
+
 # --- the steps ------------------------------------------------------------------------------------------------------
 
 echo "A chassis of three slots. Each actor is a process with a broker; the brokers find each other, there is no daemon."
@@ -180,6 +185,7 @@ start manager "$programs/chassis_manager" --slot 1
 expect manager "manager of /chassis ready"
 
 say "An agent starts in each slot. Each makes an object of class Port for every interface that the kernel has there."
+before=$(interfaces)
 for slot in 1 2 3; do
   agent $slot
   expect manager "slot $slot  actor port_agent .* is there" "slot $slot  port lo "
@@ -188,10 +194,9 @@ done
 
 say "A client looks at the tree: the slots register at /chassis, and each value is read in the actor that has the port."
 run 0 tree
-while IFS=: read -r interface _; do
-  interface=${interface// /}
+while read -r interface; do # others may come and go meanwhile
   grep -qF -- "/chassis/slot1/$interface " <<<"$said" || fail "the kernel's $interface is not shown"
-done < <(tail -n +3 /proc/net/dev)
+done < <(comm -12 <(echo "$before") <(interfaces))
 shows "^/chassis/slot2/lo " "^/chassis/slot3/lo " "ports in 3 slots"
 
 say "What a port is like the client learns at run time, from the meta object of its class: nothing is compiled in."
