@@ -13,8 +13,9 @@
 /**
  * Server side of a reflective object: a skeleton with a name in a tree of objects, and with observers. Classes derive
  * from it, answer their own method codes in dispatch() and leave all others to it. As for every skeleton: make and
- * delete it inside TreflectHandlerState(true), and not while one of its methods runs. A parent in another actor is told
- * by a call, in the constructor and in the destructor; other threads may run meanwhile.
+ * delete it inside TreflectHandlerState(true), and not while one of its methods runs or the observers of one are told.
+ * A parent in another actor is told by a call, in the constructor and in the destructor; other threads may run
+ * meanwhile.
  */
 class REFLECTORB_API TreflectServerObject : public TipprmiObjectSkeleton, public TreflectObservable {
 public:
@@ -50,7 +51,7 @@ public:
     /**
      * Tells those that observe the creation, or the deletion, of objects of the class; `meta` null: of the object's own
      * class. The owner calls the one after the outermost constructor, the other before the outermost destructor. Blocks
-     * until all have been told.
+     * until all have been told; the object may be deleted meanwhile.
      */
     virtual void sendCreationEvent(const TreflectMetaObject *meta) const;
     virtual void sendDeletionEvent(const TreflectMetaObject *meta) const;

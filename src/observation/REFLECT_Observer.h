@@ -10,7 +10,7 @@
  * Is told when methods of other objects are called, and when objects are made and deleted: derive from it and override
  * detected(). One observer may be told in several threads at once; what getSource() and getsvalue() answer belongs to
  * the notification of the calling thread, and is good until detected() returns. Unregister it everywhere before it is
- * deleted, and do not delete it while it is being told.
+ * deleted, and do not delete it while it is being told, so never in its own detected().
  */
 class REFLECTORB_API TreflectObserver : public TreflectObserverSkeleton {
 public:
@@ -32,8 +32,10 @@ public:
                 const TipprmiSequence<TipprmiAny> &parameters, bool &delivered) override;
     /**
      * Reacts. Told of an operation, it runs with the run permission; false forbids the operation, if that has not run
-     * yet. Told of an object that is made or deleted, it runs without, so it takes the permission before it calls
-     * anything; the result does not count then.
+     * yet; the object must not be deleted here. Told of an object that is made or deleted, it runs without, so it takes
+     * the permission before it calls anything, or deletes that object; the result does not count then.
+     *
+     * It may register and unregister observers, this one too, and delete others that are not being told.
      */
     virtual bool detected();
     /** The object that the notification is about. Outside of a notification a report, and the actor ends; with the file

@@ -12,7 +12,7 @@
 
 /**
  * Is told when brokers come up and go away, of all namespaces and the own one; applications implement it. One that is
- * destroyed is forgotten, but it must not be destroyed while it is being told:
+ * destroyed is forgotten, but it must not be destroyed while it is being told: never in its own callback, and elsewhere
  * TreflectORB::unregisterOrbNotifications() makes sure of that.
  */
 class REFLECTORB_API TreflectOrbObserverIf {

@@ -95,6 +95,44 @@ TEST_F(OrbObserverTest, WhoLeavesInACallbackStillGetsTheCurrentEvent) {
     EXPECT_TRUE(observer.unsubscribe(&second)) << "also who is not there";
 }
 
+TEST_F(OrbObserverTest, WhoLeavesInItsOwnCallbackIsToldNoMore) {
+    Watcher leaving;
+    Watcher last;
+    observer.subscribe(&leaving, 1, false);
+    observer.subscribe(&leaving, 2, false);
+    observer.subscribe(&last, 3, false);
+    leaving.reaction = [&](TreflectOrbObserverIf::Appear_t) { EXPECT_TRUE(observer.unsubscribe(&leaving)); };
+    observer.notify(kPeer, 1);
+    observer.notify(kPeer, 2);
+    observer.notify(kForeign, 1);
+    EXPECT_TRUE(last.willBeTold("42:1 42:2 50:1"));
+    EXPECT_EQ("42:1", leaving.told());
+}
+
+TEST_F(OrbObserverTest, TheyAreToldInTheOrderOfTheirSubscription) {
+    std::string order;
+    Watcher first;
+    Watcher second;
+    Watcher third;
+    Watcher last;
+    const auto name = [&order](char letter) {
+        return [&order, letter](TreflectOrbObserverIf::Appear_t) { order += letter; };
+    };
+    first.reaction = name('1');
+    second.reaction = name('2');
+    third.reaction = name('3');
+    for (Watcher *each : {&second, &third, &first}) {
+        observer.subscribe(each, 1, false);
+    }
+    observer.subscribe(&second, 2, false); // which does not change its place
+    observer.subscribe(&last, 3, false);
+    observer.notify(kPeer, 1);
+    observer.notify(kForeign, 1);
+    observer.notify(kPeer, 2);
+    EXPECT_TRUE(last.willBeTold("42:1 50:1 42:2"));
+    EXPECT_EQ("2312312", order);
+}
+
 TEST_F(OrbObserverTest, TheSubscriptionsAreShown) {
     Watcher one;
     Watcher two;
@@ -344,6 +382,25 @@ TEST_F(OrbObserverTest, WhoAsksIsToldOfThoseThatAreThereAtOnceAndWithoutThePermi
     EXPECT_TRUE(later.willBeToldAtLast("42:2"));
     orb.unregisterOrbNotifications(&later);
     orb.unregisterOrbNotifications(&watcher);
+}
+
+TEST_F(OrbObserverTest, WhoLeavesWhileItIsToldOfThoseThatAreThereIsToldNothingLater) {
+    Watcher last;
+    orb.registerOrbCreation(&last, false);
+    link.peerAppears(kPeer);
+    ASSERT_TRUE(last.willBeToldAtLast("42:1")) << "what its thread has told by now it tells nobody else";
+    Watcher leaving;
+    unsigned calls = 0;
+    leaving.reaction = [&](TreflectOrbObserverIf::Appear_t) {
+        ++calls;
+        orb.unregisterOrbNotifications(&leaving);
+    };
+    orb.registerOrbCreation(&leaving, true);
+    EXPECT_EQ(2U, calls) << "of this broker, and of the peer";
+    link.peerAppears(kForeign);
+    EXPECT_TRUE(last.willBeToldAtLast("50:1"));
+    EXPECT_EQ(2U, calls);
+    orb.unregisterOrbNotifications(&last);
 }
 
 TEST_F(OrbObserverTest, TheBrokerTellsOfAllWhateverTheirNamespace) {

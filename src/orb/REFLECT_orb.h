@@ -229,8 +229,9 @@ public:
     /**
      * The observer is told no more when this returns, so it may be destroyed. Waits for a callback of it that is
      * running, so never with a lock that this may wait for. Called from inside a callback it waits for nothing: then an
-     * observer may still be told of the event that is being told, unless it is destroyed. It does not wait for a
-     * registerOrbCreation() of the observer that tells it of existing ones in another thread.
+     * observer may still be told of the event that is being told, unless it is destroyed; the one whose callback it is
+     * must not be. It does not wait for a registerOrbCreation() of the observer that tells it of existing ones in
+     * another thread.
      */
     void unregisterOrbNotifications(TreflectOrbObserverIf *observer);
 

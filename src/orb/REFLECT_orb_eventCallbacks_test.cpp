@@ -108,6 +108,47 @@ TEST_F(EventCallbackTest, AnObjectMayGoWhileItsCreationIsTold) {
     EXPECT_TRUE(orb.getMetaData(kClass)->objects.empty());
 }
 
+TEST_F(EventCallbackTest, AnObjectMayGoWhileItsDeletionIsTold) {
+    appear(kPeer);
+    orb.addRemoteDeletionObserver(kClass, orb.convertId(kPeer));
+    orb.observeDeletions(kClass, first);
+    orb.observeDeletions(kClass, third);
+    orb.notifyCreation(kClass, *port);
+    unit.summary();
+    first.reaction = [&] {
+        const TreflectHandlerState own(true);
+        port.reset();
+    };
+    orb.notifyDeletion(kClass, *port);
+    EXPECT_EQ(nullptr, port);
+    EXPECT_EQ(Numbers{number}, third.told);
+    EXPECT_EQ("42:tODN(77)", unit.summary());
+    EXPECT_TRUE(orb.getMetaData(kClass)->objects.empty());
+    port = std::make_unique<Testing::PortImpl>("port");
+    const unsigned next = port->getInternalOID();
+    const TreflectMetaObject *const meta = Testing::PortMeta::instance();
+    orb.observeDeletions(meta->getClassId(), first);
+    port->sendDeletionEvent(nullptr);
+    EXPECT_EQ(nullptr, port);
+    EXPECT_EQ((Numbers{number, next}), first.told);
+}
+
+/** It is registered at the end: there was nothing to remove yet. */
+TEST_F(EventCallbackTest, WhoLeavesWhileItIsToldOfWhatExistsObservesAllTheSame) {
+    orb.notifyCreation(kClass, *port);
+    first.reaction = [&] {
+        const TreflectHandlerState own(true);
+        orb.removeObserver(kClass, first);
+    };
+    EXPECT_TRUE(orb.observeCreations(kClass, first, true));
+    EXPECT_EQ(Numbers{number}, first.told);
+    EXPECT_EQ(1U, orb.getMetaData(kClass)->creationObservers.size());
+    const Testing::PortImpl other("other");
+    orb.notifyCreation(kClass, other);
+    EXPECT_EQ((Numbers{number, other.TipprmiObjectSkeleton::getInternalOID()}), first.told);
+    EXPECT_TRUE(orb.getMetaData(kClass)->creationObservers.empty()) << "this time it was";
+}
+
 TEST_F(EventCallbackTest, AnObjectThatIsGoneIsNotToldAsExisting) {
     Testing::PortImpl other("other");
     orb.notifyCreation(kClass, *port);

@@ -295,8 +295,11 @@ TEST_F(NotificationTest, ABrokerThatComesUpIsAskedForTheObservedClasses) {
     EXPECT_EQ("42:tOCNSU(71,existing) 42:tODNSU(72)", unit.summary());
     EXPECT_EQ((std::vector<unsigned>{0x500, 0x501}), creations.told);
     EXPECT_TRUE(deletions.told.empty());
-    appear(TerminationId(0x0050, 2, 2));
+    const TerminationId foreign(0x0050, 2, Transport::GRPID_NODE);
+    appear(foreign);
     EXPECT_EQ("", unit.summary()) << "it is of another namespace";
+    orb.orbAppeared(orb.convertId(foreign));
+    EXPECT_EQ("50:tOCNSU(71,existing) 50:tODNSU(72)", unit.summary()) << "though it can be reached";
 }
 
 /** The tables of classes may change under the walk that asks it for them. */

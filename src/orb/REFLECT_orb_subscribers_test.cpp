@@ -42,7 +42,7 @@ protected:
     /** The broker has dealt with the peer's appearance: it asks a broker that it sees late for what it observes by
      * then. */
     SubscribersTest() {
-        const TerminationId marker(0x0099, 2, 2); // of another namespace
+        const TerminationId marker(0x0099, 2, Transport::GRPID_NODE); // of another namespace
         link.peerAppears(marker);
         EXPECT_TRUE(log.waitFor(5, LogMakeString("ORB 0x%08X sees 0x%08X appear", orb.termId().value(), marker.value()),
                                 "REFLECT_orb"));

@@ -87,7 +87,7 @@ protected:
 private:
     /** Events are handled in order: when a marker's event begins, those before it have ended. */
     void awaitSeen() {
-        const Transport::TerminationId marker(0x0099, 2, 2); // of another namespace
+        const Transport::TerminationId marker(0x0099, 2, Transport::GRPID_NODE); // of another namespace
         link.peerAppears(marker);
         EXPECT_TRUE(isSeen(marker, "appear"));
         link.peerVanishes(marker);
