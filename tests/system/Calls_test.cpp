@@ -76,6 +76,26 @@ TEST_F(Calls, WhoseServerIsKilledEndAtOnce) {
     EXPECT_EQ("0 of 1", client.ask("call addone thing 1", "called "));
 }
 
+TEST_F(Calls, OfOtherServersWaitOn) {
+    Actor server(unit_);
+    Actor other(unit_);
+    Actor client(unit_, 2);
+    const std::string id = makeBroker(server);
+    makeBroker(other);
+    makeBroker(client);
+    server.ask("serve thing", "serves ");
+    other.ask("serve another", "serves ");
+    client.ask("begin hold thing 1 2", "begun");
+    client.ask("begin hold another 1 3", "begun");
+    for (int i = 0; i < 5; ++i) {
+        (i < 2 ? server : other).expect("holding");
+    }
+    server.kill();
+    EXPECT_TRUE(client.waitLog("request to target 0x" + id + " aborted (Detection Rem.Disc.=true, TargetGone=false)"));
+    other.ask("release", "ok");
+    EXPECT_EQ("3 of 5", client.ask("join", "called "));
+}
+
 TEST_F(Calls, FindTheObjectAgainAfterItsActorWasRestarted) {
     Actor client(unit_, 2);
     makeBroker(client);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <memory>
 #include <sys/wait.h>
@@ -187,6 +188,39 @@ TEST_F(Observers, OfCreationsMayLeaveWhileTheyAreTold) {
     EXPECT_EQ("second", two.expect("created "));
     EXPECT_EQ("deleted", ask(one, "delete second"));
     EXPECT_EQ("second", two.expect("deleted ")) << "who comes again is told again";
+}
+
+TEST_F(Observers, OfCreationsInTheActorItselfAreToldFirst) {
+    one.ask("events watch", "events ");
+    two.ask("events watch", "events ");
+    EXPECT_TRUE(one.askUntil("events subscribers", "events ", "1 1"));
+    one.ask("react hold", "reacts");
+    ask(one, "churn m 1");
+    one.expect("holding");
+    EXPECT_TRUE(two.sofar("created ").empty());
+    EXPECT_EQ((Lines{"m0"}), one.sofar("created "));
+    one.ask("react go", "reacts");
+    EXPECT_EQ("0", one.expect("churned "));
+    EXPECT_EQ((Lines{"m0"}), two.sofar("created "));
+    EXPECT_EQ((Lines{"m0"}), two.sofar("deleted "));
+}
+
+TEST_F(Observers, OfBrokersAreToldOfThoseThatAreThereBeforeTheirRegistrationReturns) {
+    Lines expected;
+    for (Actor *actor : {&one, &two, &three}) {
+        expected.push_back(actor->ask("orb 1", "orb ").substr(9) + " appears already");
+    }
+    expected.push_back(three.probe(9) + " appears already");
+    EXPECT_TRUE(two.waitLog("sees 0x" + expected.back().substr(0, 8) + " appear"));
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ("ok", two.ask("events brokersall", "events "));
+    Lines told = two.sofar("broker ");
+    // Its thread may still be about to tell what came up before.
+    told.erase(std::remove_if(told.begin(), told.end(),
+                              [](const std::string &line) { return line.find(" already") == std::string::npos; }),
+               told.end());
+    std::sort(told.begin(), told.end());
+    EXPECT_EQ(expected, told);
 }
 
 /** The one that appears is no member of the list that the subscription goes through. */

@@ -17,7 +17,7 @@ namespace {
 constexpr unsigned kStack = 256 * 1024; // thousands of them shall fit
 
 TipprmiObjectClient clientOf(const std::string &name) {
-    return TipprmiObjectClient(TipprmiOID(name, NamespaceId(1)));
+    return TipprmiObjectClient(oidOf(name));
 }
 
 TipprmiObjectClient &keptHandle() {

@@ -33,7 +33,8 @@ public:
 class Brokers : public TreflectOrbObserverIf {
 public:
     void orbAppearance(const Transport::TerminationId &id, const Appear_t &type) override {
-        say("broker %08X %s", id.value(), type == appear ? "appears" : "disappears");
+        say("broker %08X %s%s", id.value(), type == appear ? "appears" : "disappears",
+            TreflectORB::hasRunPermission() ? "" : " already");
         react();
     }
 };
@@ -60,10 +61,19 @@ std::string onUnwatch() {
     return "ok";
 }
 
+Brokers &brokers() {
+    static Brokers &instance = *new Brokers;
+    return instance;
+}
+
 std::string onBrokers() {
-    static Brokers &brokers = *new Brokers;
-    TreflectORB::getInstance(1)->registerOrbCreation(&brokers, false);
-    TreflectORB::getInstance(1)->registerOrbDeletion(&brokers);
+    TreflectORB::getInstance(1)->registerOrbCreation(&brokers(), false);
+    TreflectORB::getInstance(1)->registerOrbDeletion(&brokers());
+    return "ok";
+}
+
+std::string onBrokersAll() {
+    TreflectORB::getInstance(1)->registerOrbCreation(&brokers(), true);
     return "ok";
 }
 
@@ -88,6 +98,7 @@ constexpr Command kCommands[] = {
     {"watchall", [] { return onWatch(true); }},
     {"unwatch", &onUnwatch},
     {"brokers", &onBrokers},
+    {"brokersall", &onBrokersAll},
     {"members", &onMembers},
     {"subscribers", &onSubscribers},
 };

@@ -11,6 +11,7 @@
  *   exists ID                                                          -> "exists 0" or "exists 1"
  *   figures                                                             -> "figures THREADS KIB"
  *   serve NAME                           an object for others to call     -> "serves NUMBER"
+ *                                        NAME@2 is a name of namespace 2, here and in the next
  *   call METHOD NAME COUNT [THREADS]     addone, echo (of COUNT bytes), hold, refuse, note, leave (with
  *                                        status COUNT) -> "called GOOD of ALL"
  *   through DEPTH NAME1 NAME2            nested calls                    -> "through REACHED"
@@ -19,10 +20,11 @@
  *   locate NAME                                                         -> "located NUMBER BROKER"
  *   release                              lets held calls end             -> "ok"
  *   noted                                one-way calls that came         -> "noted N"
- *   counters | dump                      -> "counters ..." lines, "end" | "ok", and lines in the log
+ *   counters [ID] | dump                 of all others, or of one -> "counters ..." lines, "end" | "ok", and lines in
+ *                                        the log
  *   counts                               what the library holds          -> "counts ...", see Counts.h
  *   object ... | events ... | port ... | react ...   see Objects.h, Events.h, Ports.h, Reaction.h
- *   class ... | handle ... | name ...    see Classes.h, Handles.h, Names.h
+ *   class ... | handle ... | kind ... | name ...    see Classes.h, Handles.h, Kinds.h, Names.h
  *   puppet ... | stub ...               see Puppets.h, Stubs.h
  *   torment | progress | rest            see Torture.h
  *   tree ...                             see Trees.h
@@ -33,6 +35,7 @@
 #include "Counts.h"
 #include "Events.h"
 #include "Handles.h"
+#include "Kinds.h"
 #include "Names.h"
 #include "Objects.h"
 #include "Output.h"
@@ -53,6 +56,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <dirent.h>
+#include <list>
 #include <memory>
 #include <sstream>
 #include <sys/wait.h>
@@ -183,8 +187,7 @@ void onDetour(Arguments &arguments) {
 void onLocate(Arguments &arguments) {
     std::string name;
     arguments >> name;
-    const TreflectORB::TreflectObjectLocation location =
-        TreflectORB::getInstance(1)->locateObject(TipprmiOID(name, NamespaceId(1)));
+    const TreflectORB::TreflectObjectLocation location = TreflectORB::getInstance(1)->locateObject(oidOf(name));
     say("located %X %08X", location.getInternalOID(), location.orbId().value());
 }
 
@@ -197,8 +200,13 @@ void onNoted(Arguments &) {
     say("noted %u", Service::noted());
 }
 
-void onCounters(Arguments &) {
-    for (const TreflectORB::PerfCntMultInfo &orb : TreflectORB::getInstance(1)->getPerfCnts()) {
+void onCounters(Arguments &arguments) {
+    TreflectORB &own = *TreflectORB::getInstance(1);
+    const TerminationId target(number(arguments, 16));
+    const std::list<TreflectORB::PerfCntMultInfo> all =
+        target.value() == 0 ? own.getPerfCnts()
+                            : std::list<TreflectORB::PerfCntMultInfo>{{target, own.getPerfCnts(target)}};
+    for (const TreflectORB::PerfCntMultInfo &orb : all) {
         std::string line = orb.info.actor;
         for (unsigned i = 0; i < orb.info.counters.getLength(); ++i) {
             const TreflectORB::PerfCnts &counters = orb.info.counters[i];
@@ -307,6 +315,7 @@ constexpr Command kCommands[] = {
     {"counts", &onCounts},
     {"object", &onObject},
     {"events", &onEvents},
+    {"kind", &onKind},
     {"react", &onReact},
     {"port", &onPort},
     {"class", &onClass},

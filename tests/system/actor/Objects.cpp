@@ -5,6 +5,7 @@
 #include "objects/REFLECT_objectStub.h"
 #include "objects/REFLECT_serverObject.h"
 #include "observation/REFLECT_Observer.h"
+#include "platform/Log.h"
 #include "platform/Thread.h"
 #include "reflection/REFLECT_metaObject.h"
 #include "reflection/REFLECT_operation.h"
@@ -76,10 +77,10 @@ class DoubleCall : public ClientCallHookBaseV, public InParamHook, public OutPar
 public:
     DoubleCall(Doubler *object, unsigned number) : object_(object), number_(number) {}
     void invoke() const override { result_ = object_->twice(number_); }
-    void insertParameters(TipprmiSequence<TipprmiAny> &sequence) const override {
-        TipprmiAny any;
-        any.insert(number_);
-        sequence.push_back(any);
+    void insertParameters(TipprmiSequence<TipprmiAny> &sequence) const override { append(sequence, number_); }
+    void insertResult(TipprmiSequence<TipprmiAny> &sequence) const override {
+        append(sequence, result_);
+        insertParameters(sequence);
     }
     const char *operationName() const override { return "double"; }
     void marshallIn(TipprmiStream &request) const override { request << number_; }
@@ -90,6 +91,11 @@ public:
     }
 
 private:
+    static void append(TipprmiSequence<TipprmiAny> &sequence, unsigned value) {
+        TipprmiAny any;
+        any.insert(value);
+        sequence.push_back(any);
+    }
     Doubler *const object_;
     const unsigned number_;
     mutable unsigned result_ = 0;
@@ -111,20 +117,48 @@ bool Doubler::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream
 }
 
 std::atomic<bool> verdict{true};
+std::string &lastParameters = *new std::string; // with the run permission
+
+std::string describe(const TipprmiSequence<TipprmiAny> &parameters) {
+    std::string text;
+    for (unsigned i = 0; i < parameters.getLength(); ++i) {
+        text += "[";
+        for (int byte = 0; byte < parameters[i].getDataSize(); ++byte) {
+            text += LogMakeString("%02X", static_cast<unsigned>(parameters[i].getDataPtr()[byte]));
+        }
+        text += "]";
+    }
+    return text;
+}
 
 class Lookout : public TreflectObserver {
 public:
     Lookout() : TreflectObserver(TipprmiOID(nullptr, NamespaceId(1)), nullptr, "lookout") {}
     bool detected() override {
-        say("told %s", getSource()->getAbsName().c_str()); // asks the actor that waits for this
+        const TreflectObject *const source = getSource();
+        lastParameters = describe(*getsvalue()->parameters);
+        say("told %s", source->getAbsName().c_str()); // asks the actor that waits for this
         react();
+        if (getSource() != source) {
+            say("mixed up");
+        }
+        if (leaves()) {
+            source->operation("double")->removeObserver(this);
+        }
         return verdict;
     }
 };
 
-Lookout &lookout() {
-    static Lookout &instance = *new Lookout;
+std::unique_ptr<Lookout> &lookoutPlace() {
+    static auto &instance = *new std::unique_ptr<Lookout>;
     return instance;
+}
+
+Lookout &lookout() {
+    if (lookoutPlace() == nullptr) {
+        lookoutPlace() = std::make_unique<Lookout>();
+    }
+    return *lookoutPlace();
 }
 
 std::map<std::string, std::unique_ptr<Doubler>> &objects() {
@@ -250,8 +284,12 @@ std::string onCalls(Arguments &arguments) {
 std::string onObserve(Arguments &arguments) {
     const TreflectObject object = named(arguments);
     const TreflectOperation *const operation = object.operation("double");
-    const bool done = number(arguments) == 0 ? operation->preObserve(&lookout()) : operation->postObserve(&lookout());
-    return done ? "1" : "0";
+    const unsigned when = number(arguments);
+    if (when > 1) { // which no handle of an operation sends
+        object.getStub()->registerObserver(when, operation->meta(), &lookout());
+        return "1";
+    }
+    return (when == 0 ? operation->preObserve(&lookout()) : operation->postObserve(&lookout())) ? "1" : "0";
 }
 
 std::string onForget(Arguments &arguments) {
@@ -274,16 +312,27 @@ std::string onVerdict(Arguments &arguments) {
     return "ok";
 }
 
+std::string onParameters(Arguments &) {
+    return lastParameters;
+}
+
+std::string onBlind(Arguments &) {
+    lookoutPlace().reset();
+    return "ok";
+}
+
 struct Command {
     const char *name;
     std::string (*run)(Arguments &);
 };
 
 constexpr Command kCommands[] = {
-    {"make", &onMake},         {"drop", &onDrop},       {"abs", &onAbs},       {"parent", &onParent},
-    {"children", &onChildren}, {"double", &onDouble},   {"calls", &onCalls},   {"observe", &onObserve},
-    {"churn", &onChurn},       {"create", &onCreate},   {"delete", &onDelete}, {"forget", &onForget},
-    {"observed", &onObserved}, {"verdict", &onVerdict},
+    {"make", &onMake},         {"drop", &onDrop},         {"abs", &onAbs},
+    {"parent", &onParent},     {"children", &onChildren}, {"double", &onDouble},
+    {"calls", &onCalls},       {"observe", &onObserve},   {"churn", &onChurn},
+    {"create", &onCreate},     {"delete", &onDelete},     {"forget", &onForget},
+    {"observed", &onObserved}, {"verdict", &onVerdict},   {"parameters", &onParameters},
+    {"blind", &onBlind},
 };
 
 } // namespace

@@ -21,7 +21,11 @@ class TreflectMetaObject;
  *   object forget NAME            the observer again                             -> "object forgotten"
  *   object observed NAME          whether an object here has observers           -> "object BEFORE AFTER"
  *   object verdict 0|1            what the observer says from now on             -> "object ok"
- * An observer that is told makes a line "told NAME", with the absolute name of what it observes.
+ *   object parameters             of what it was told last, each in brackets     -> "object [BYTES][BYTES]..."
+ *   object blind                  the observer is destroyed, and not removed; the next that is needed is another
+ *                                                                               -> "object ok"
+ * An observer that is told makes a line "told NAME", with the absolute name of what it observes; "mixed up", if that is
+ * another object when it has reacted.
  */
 void onObject(std::istringstream &arguments);
 /** Their class. */

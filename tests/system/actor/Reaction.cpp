@@ -53,3 +53,8 @@ bool leaves() {
     const std::lock_guard<std::mutex> lock(state().lock);
     return state().reaction == "leave";
 }
+
+bool deletes() {
+    const std::lock_guard<std::mutex> lock(state().lock);
+    return state().reaction == "delete";
+}

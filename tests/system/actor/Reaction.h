@@ -4,9 +4,10 @@
 
 /*
  * What observers of this actor do when they are told, beside saying so:
- *   react nothing | throw | hold | exit | leave   from now on                  -> "reacts"
+ *   react nothing | throw | hold | exit | leave | delete   from now on         -> "reacts"
  *   react go                                 who holds goes on, and reacts no more -> "reacts"
- * One that holds says "holding"; one that leaves observes its class no more.
+ * One that holds says "holding". One that leaves observes its class, or the object, no more. One that deletes, deletes
+ * the object that it is told of, if that is of this actor and of a class of Kinds.h.
  */
 void onReact(std::istringstream &arguments);
 
@@ -14,3 +15,5 @@ void onReact(std::istringstream &arguments);
 void react();
 /** Whether the observer shall remove itself then. */
 bool leaves();
+/** Whether it shall delete what it was told of. */
+bool deletes();

@@ -97,6 +97,13 @@ bool call(const TipprmiObjectClient &client, unsigned mc, const Write &write, co
 
 } // namespace
 
+TipprmiOID oidOf(const std::string &name) {
+    const std::string::size_type at = name.find('@');
+    return at == std::string::npos
+               ? TipprmiOID(name, NamespaceId(1))
+               : TipprmiOID(name.substr(0, at), NamespaceId(static_cast<unsigned>(std::stoul(name.substr(at + 1)))));
+}
+
 bool Service::dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) {
     using Handler = bool (*)(TipprmiStream &, TipprmiStream &);
     static constexpr Handler kHandlers[] = {nullptr,    &onAddOne, &onEcho,  &onHold,  &onRefuse,

@@ -6,6 +6,9 @@
 
 #include <string>
 
+/** NAME is of namespace 1, NAME@2 of namespace 2. */
+TipprmiOID oidOf(const std::string &name);
+
 /** An object for others to call. */
 class Service : public TipprmiObjectSkeleton {
 public:
@@ -21,7 +24,7 @@ public:
     };
     static constexpr unsigned kClass = 0x51;
 
-    explicit Service(const std::string &name) : TipprmiObjectSkeleton(TipprmiOID(name, NamespaceId(1))) {}
+    explicit Service(const std::string &name) : TipprmiObjectSkeleton(oidOf(name)) {}
 
     using TipprmiObjectSkeleton::dispatch;
     bool dispatch(bool transaction, unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) override;
