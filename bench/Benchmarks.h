@@ -35,6 +35,7 @@ Result attributeGet();
 Result handleCopy();
 Result objectLocal();
 Result objectRemote();
+Result locateHere();
 Result objectsPerMib();
 Result creations1();
 Result creations10();

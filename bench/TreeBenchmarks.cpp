@@ -4,6 +4,7 @@
 #include "Service.h"
 #include "Tree.h"
 
+#include "orb/REFLECT_orb.h"
 #include "platform/UnitFigures.h"
 #include "reflection/REFLECT_metaObject.h"
 #include "threads/HandlerState.h"
@@ -14,6 +15,7 @@
 #include <malloc.h>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Bench {
 
@@ -194,6 +196,30 @@ Result objectRemote() {
     const TreflectHandlerState state(true);
     Series series = measured(tree, 500, [&tree](unsigned) { const Node node("child", &tree.root()); });
     return resultOf(series, "objectremote");
+}
+
+Result locateHere() {
+    constexpr unsigned kSearches = 1000;
+    const TreflectHandlerState state(true);
+    const TreflectORB &orb = *TreflectORB::getInstance(1);
+    std::list<Node> nodes;
+    std::vector<TipprmiOID> names;
+    for (unsigned i = 0; i < kObjects; ++i) {
+        names.emplace_back("chassis/slot7/port" + std::to_string(i), NamespaceId(1));
+        nodes.emplace_back("port", nullptr, names.back().getIdString());
+    }
+    unsigned next = 0;
+    const double known = bestNanoseconds(kSearches, [&] {
+        next = (next + 4999) % kObjects; // all over the table
+        check(orb.locateObject(names[next]).getServer() != nullptr);
+    });
+    Result result = local("locatehere10000", kSearches * kRounds, known);
+    const TipprmiOID nobody("chassis/slot7/nobody", NamespaceId(1));
+    result.figures.emplace_back(
+        "unknown_ns", bestNanoseconds(kSearches, [&] { check(orb.locateObject(nobody).getServer() == nullptr); }));
+    result.figures.emplace_back("named_object_ns",
+                                bestNanoseconds(kSearches, [] { const Node node("port", nullptr, "one more"); }));
+    return result;
 }
 
 Result objectsPerMib() {

@@ -26,6 +26,8 @@
  *   handlecopy           copies and assignments of handles
  *   objectlocal, objectremote
  *                        an object comes and goes as the child of one here, or in another actor
+ *   locatehere10000      search of an object by name among 10,000 of this actor, and of what none of them is; a named
+ *                        object comes and goes among them
  *   objectspermib        memory of objects with a name, a parent and a handle
  *   events1, ...10, ...30
  *                        creation of an object until the last of so many actors that watch has been told
@@ -84,6 +86,7 @@ constexpr Benchmark kBenchmarks[] = {
     {"handlecopy", "copies and assignments of handles", &handleCopy},
     {"objectlocal", "an object comes and goes, its parent is here", &objectLocal},
     {"objectremote", "an object comes and goes, its parent is in another actor", &objectRemote},
+    {"locatehere10000", "search of one of 10,000 objects of this actor", &locateHere},
     {"objectspermib", "memory of objects", &objectsPerMib},
     {"events1", "creation of an object, told to 1 other actor", &creations1},
     {"events10", "creation of an object, told to 10 other actors", &creations10},
