@@ -20,6 +20,7 @@
 #include <set>
 #include <vector>
 
+class ObjectTable;
 class OngoingRequest;
 class PendingRequests;
 class TipprmiObjectSkeleton;
@@ -274,6 +275,7 @@ public:
 private:
     friend class SingletonInstances;
     friend class SingletonInstancesRemover;
+    friend class TipprmiObjectSkeleton;
     friend class TreflectObserver;
     friend class TreflectOrbObserverIf;
     friend class TreflectServerObject;
@@ -374,15 +376,14 @@ private:
     static void forget(const TreflectOrbObserverIf &observer);
 
     // Locations.
-    using Objects = std::map<unsigned, TipprmiObjectSkeleton *>;
-    Objects::iterator entryOf(const TipprmiObjectSkeleton *object) RB_REQUIRES(mutex_);
+    /** In whatever broker the object is. */
+    static void renamed(const TipprmiObjectSkeleton &object);
     TipprmiObjectSkeleton *findObject(unsigned internalOid) const;
     TreflectObjectLocation locateLocalObject_(const TipprmiOID &oid) const;
     TreflectObjectLocation locateRemoteObject_(const TipprmiOID &oid) const;
 
     mutable OSWrap::Mutex mutex_;
-    Objects objects_ RB_GUARDED_BY(mutex_);
-    bool displaced_ RB_GUARDED_BY(mutex_) = false; // an object once got another number than that of its address
+    const std::unique_ptr<ObjectTable> objects_ RB_PT_GUARDED_BY(mutex_);
     const std::unique_ptr<PendingRequests> ongoingRequests_ RB_PT_GUARDED_BY(mutex_);
     mutable TransactionIds transactionIds_ RB_GUARDED_BY(mutex_);
     mutable bool closing_ RB_GUARDED_BY(mutex_) = false; // no more requests

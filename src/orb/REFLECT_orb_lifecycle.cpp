@@ -2,6 +2,7 @@
 #include "orb/Addressing_p.h"
 #include "orb/MessageQueue_p.h"
 #include "orb/MissedOrbs_p.h"
+#include "orb/ObjectTable_p.h"
 #include "orb/PendingRequests_p.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
@@ -16,8 +17,8 @@
 // The base is built before there is an identifier that a report about the namespace could name.
 TreflectORB::TreflectORB(const NamespaceId &ns)
     : TerminationImpl(Addressing::groupOf(ns, Addressing::Place::own(), 0), ""),
-      ongoingRequests_(std::make_unique<PendingRequests>()), queue_(std::make_unique<MessageQueue>()),
-      missedCreations_(std::make_unique<TreflectMissedOrbs>(true)),
+      objects_(std::make_unique<ObjectTable>()), ongoingRequests_(std::make_unique<PendingRequests>()),
+      queue_(std::make_unique<MessageQueue>()), missedCreations_(std::make_unique<TreflectMissedOrbs>(true)),
       missedDeletions_(std::make_unique<TreflectMissedOrbs>(false)),
       orbObserver_(std::make_unique<TreflectOrbObserver>()) {
     waitDuration_ = readWaitDuration(waitDurationPath());

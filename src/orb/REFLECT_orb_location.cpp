@@ -1,4 +1,5 @@
 #include "orb/Counted_p.h"
+#include "orb/ObjectTable_p.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
 #include "platform/Lock.h"
@@ -8,9 +9,6 @@
 #include "rmi/IPPRMI_objectSkeleton.h"
 #include "threads/HandlerState.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <exception>
 #include <new>
 
 namespace {
@@ -18,37 +16,20 @@ namespace {
 constexpr unsigned kRequestSize = 100;
 constexpr unsigned kResponseSize = 104;
 constexpr unsigned kNoAnswer = 0x660006;
-constexpr unsigned kPiece = 64; // objects looked at while others wait for the mutex
 constexpr char kSource[] = "REFLECT_orb";
 
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
-unsigned addressOf(const TipprmiObjectSkeleton *object) noexcept {
-    return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(object) & 0xFFFFFFFFU);
-}
-
 } // namespace
 
-/** The number is the object's address cut to 32 bits; if that is nothing or another object's, the next one above. */
 bool TreflectORB::registerObject(TipprmiObjectSkeleton *object) {
     if (object == nullptr) {
         return true;
     }
     unsigned id = 0;
-    try {
+    {
         Locked lock(mutex_);
-        const auto known = entryOf(object);
-        if (known != objects_.end()) {
-            id = known->first;
-        } else {
-            id = addressOf(object);
-            while (id == 0 || !objects_.try_emplace(id, object).second) {
-                ++id;
-                displaced_ = true;
-            }
-        }
-    } catch (const std::exception &) {
-        id = 0;
+        id = objects_->add(*object);
     }
     if (id == 0) {
         LogDispatch(3, LogMakeString("ORB 0x%08X has no memory to register an object", termId().value()), kSource);
@@ -57,31 +38,29 @@ bool TreflectORB::registerObject(TipprmiObjectSkeleton *object) {
     return true;
 }
 
-/** By the address alone: the object may be gone. */
-TreflectORB::Objects::iterator TreflectORB::entryOf(const TipprmiObjectSkeleton *object) {
-    const auto entry = objects_.find(addressOf(object));
-    if (entry != objects_.end() && entry->second == object) {
-        return entry;
-    }
-    // Nearly never: only where addresses have more bits than numbers, and two objects have met.
-    return !displaced_ ? objects_.end() : std::find_if(objects_.begin(), objects_.end(), [object](const auto &other) {
-        return other.second == object;
-    });
-}
-
 bool TreflectORB::unregisterObject(const TipprmiObjectSkeleton *object) {
     Locked lock(mutex_);
-    const auto entry = entryOf(object);
-    if (entry != objects_.end()) {
-        objects_.erase(entry);
-    }
+    objects_->remove(object);
     return true;
+}
+
+void TreflectORB::renamed(const TipprmiObjectSkeleton &object) {
+    SingletonInstances::forEach([&object](TreflectORB &orb) {
+        bool known = false;
+        {
+            Locked lock(orb.mutex_);
+            known = orb.objects_->rename(object);
+        }
+        if (!known) {
+            LogDispatch(3, LogMakeString("ORB 0x%08X has no memory for the name of an object", orb.termId().value()),
+                        kSource);
+        }
+    });
 }
 
 TipprmiObjectSkeleton *TreflectORB::findObject(unsigned internalOid) const {
     Locked lock(mutex_);
-    const auto found = objects_.find(internalOid);
-    return found != objects_.end() ? found->second : nullptr;
+    return objects_->find(internalOid);
 }
 
 TreflectORB::TreflectObjectLocation TreflectORB::locateObject(const TipprmiOID &oid) const {
@@ -106,22 +85,14 @@ TreflectORB::TreflectObjectLocation TreflectORB::locateObject(const TipprmiOID &
     return location.internalOid_ != 0 ? location : locateRemoteObject_(oid);
 }
 
-/** The table changes with the run permission only, so it may be walked in pieces. */
 TreflectORB::TreflectObjectLocation TreflectORB::locateLocalObject_(const TipprmiOID &oid) const {
     TreflectHandlerState state(true);
-    unsigned last = 0; // which is no object's number
-    for (bool more = true; more;) {
+    ObjectTable::Found found;
+    {
         Locked lock(mutex_);
-        auto entry = objects_.upper_bound(last);
-        for (unsigned i = 0; i < kPiece && entry != objects_.end(); ++i, ++entry) {
-            if (entry->second->storedOID() == oid) {
-                return TreflectObjectLocation(entry->first, orbId_, entry->second, oid);
-            }
-            last = entry->first;
-        }
-        more = entry != objects_.end();
+        found = objects_->find(oid);
     }
-    return TreflectObjectLocation(0, TreflectOrbId(), nullptr, oid);
+    return TreflectObjectLocation(found.number, found.object != nullptr ? orbId_ : TreflectOrbId(), found.object, oid);
 }
 
 bool TreflectORB::isHere(const TreflectObjectLocation &location) const {

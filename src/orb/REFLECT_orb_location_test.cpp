@@ -166,6 +166,61 @@ TEST_F(LocationTest, NamespacesWithoutBrokersOfTheirOwnHaveNoObjects) {
     EXPECT_TRUE(isNowhere(TreflectORB::getInstance(5)->locateObject(name("thing", 5)))) << "it does not ask itself";
 }
 
+// --- objects with another name --------------------------------------------------------------------------------------
+
+TEST_F(LocationTest, AnObjectIsFoundUnderTheNameThatItWasGivenLast) {
+    TipprmiObjectSkeleton object(name("before"));
+    object.setOID(name("after"));
+    EXPECT_TRUE(isNowhere(orb.locateObject(name("before"))));
+    EXPECT_EQ(&object, orb.locateObject(name("after")).getServer());
+    TipprmiObjectBase &base = object;
+    base.setOID(name(nullptr));
+    EXPECT_TRUE(isNowhere(orb.locateObject(name("after"))));
+    base.setOID(name("again"));
+    EXPECT_EQ(&object, orb.locateObject(name("again")).getServer());
+    const TipprmiObjectSkeleton other(name("other"));
+    const unsigned number = object.getInternalOID();
+    base = other;
+    object.setInternalOID(number);
+    const Location location = orb.locateObject(name("other"));
+    EXPECT_EQ(number < other.getInternalOID() ? &object : &other, location.getServer()) << "now both have the name";
+    EXPECT_TRUE(isNowhere(orb.locateObject(name("again"))));
+}
+
+/** It has the name wherever it was registered, whichever broker it says is its own. */
+TEST_F(LocationTest, EachBrokerOfAnObjectLearnsItsName) {
+    TreflectORB &node = *TreflectORB::getInstance(NSID_NODE);
+    TipprmiObjectSkeleton object;
+    orb.registerObject(&object);
+    node.registerObject(&object);
+    object.setOID(name("late"));
+    EXPECT_EQ(&object, orb.locateObject(name("late")).getServer());
+    EXPECT_TRUE(isNowhere(node.locateObject(name("late", 2))));
+    object.setOID(name("late", 2));
+    EXPECT_TRUE(isNowhere(orb.locateObject(name("late"))));
+    EXPECT_EQ(&object, node.locateObject(name("late", 2)).getServer());
+    orb.unregisterObject(&object);
+    node.unregisterObject(&object);
+    EXPECT_TRUE(isNowhere(node.locateObject(name("late", 2))));
+}
+
+TEST_F(LocationTest, WithoutMemoryForItsFirstNameAnObjectIsNotFoundByIt) {
+    TipprmiObjectSkeleton object(name(nullptr));
+    const TipprmiOID first = name("first");
+    log.clear();
+    {
+        const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all, 1);
+        object.setOID(first);
+    }
+    EXPECT_EQ(1U,
+              log.count(3, LogMakeString("ORB 0x%08X has no memory for the name of an object", orb.termId().value()),
+                        "REFLECT_orb"));
+    EXPECT_TRUE(isNowhere(orb.locateObject(first)));
+    EXPECT_EQ(&object, orb.locateObject(generated(orb.orbId().value(), object.getInternalOID())).getServer());
+    object.setOID(first);
+    EXPECT_EQ(&object, orb.locateObject(first).getServer());
+}
+
 // --- numbers of objects ---------------------------------------------------------------------------------------------
 
 TEST_F(LocationTest, AnObjectsNumberIsItsAddress) {

@@ -1,6 +1,7 @@
 #include "rmi/IPPRMI_objectBase.h"
 
 #include "platform/Log.h"
+#include "rmi/IPPRMI_objectSkeleton.h"
 
 #include <cstdio>
 
@@ -13,6 +14,19 @@ void neverToBeCalled(const char *what) {
 } // namespace
 
 TipprmiObjectBase::~TipprmiObjectBase() = default;
+
+TipprmiObjectBase &TipprmiObjectBase::operator=(const TipprmiObjectBase &other) {
+    internalOID_ = other.internalOID_;
+    setOID(other.oid_);
+    return *this;
+}
+
+void TipprmiObjectBase::setOID(const TipprmiOID &oid) {
+    oid_ = oid;
+    if (const auto *object = dynamic_cast<const TipprmiObjectSkeleton *>(this)) {
+        object->renamed_(); // of stubs the broker knows nothing
+    }
+}
 
 TipprmiOID TipprmiObjectBase::getOID() const {
     if (hasOID()) {

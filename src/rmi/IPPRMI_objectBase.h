@@ -10,7 +10,7 @@ class REFLECTORB_API TipprmiObjectBase {
 public:
     TipprmiObjectBase(const TipprmiOID &oid, unsigned internalOID) : internalOID_(internalOID), oid_(oid) {}
     TipprmiObjectBase(const TipprmiObjectBase &) = default;
-    TipprmiObjectBase &operator=(const TipprmiObjectBase &) = default;
+    TipprmiObjectBase &operator=(const TipprmiObjectBase &other);
     virtual ~TipprmiObjectBase();
 
     /** The name; one made up of broker and number, "rmi_%X_%X" in namespace 1, if the object has none. */
@@ -30,8 +30,9 @@ public:
     virtual TipprmiExceptionContainer getExceptionContainer() const;
     virtual bool hasOID() const;
 
-    /** Under this name the object is found from now on. Handles that were made before keep what they know. */
-    void setOID(const TipprmiOID &oid) { oid_ = oid; }
+    /** Under this name the object is found from now on; under none, and a line in the log, if it had no name before and
+     *  memory is short. Handles that were made before keep what they know. Of an object: with the run permission. */
+    void setOID(const TipprmiOID &oid);
     /** For the broker. */
     void setInternalOID(const unsigned &internalOID) { internalOID_ = internalOID; }
     /** The name as it is, which may be none. */

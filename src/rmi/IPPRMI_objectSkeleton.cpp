@@ -3,6 +3,7 @@
 #include "objects/ObjectHandler.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
+#include "platform/Environment_p.h"
 #include "platform/Log.h"
 #include "rmi/IPPRMI_objectClient.h"
 #include "threads/PartingState_p.h"
@@ -44,6 +45,13 @@ void TipprmiObjectSkeleton::unregister_() {
     const SingletonInstances::Pin orb(orb_);
     if (orb.get() != nullptr) {
         orb.get()->unregisterObject(this);
+    }
+}
+
+/** It may be registered with others than the one it names. */
+void TipprmiObjectSkeleton::renamed_() const {
+    if (!Platform::inForkedChild()) { // where the locks are as they happened to be
+        TreflectORB::renamed(*this);
     }
 }
 

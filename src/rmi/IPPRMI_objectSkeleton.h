@@ -53,6 +53,9 @@ protected:
     void unregister_();
 
 private:
+    friend class TipprmiObjectBase;
+    void renamed_() const;
+
     mutable TipprmiObjectClient *client_ = nullptr; // owned
     mutable TipprmiExceptionContainer container_;
     TreflectORB *orb_ = nullptr; // not owned
