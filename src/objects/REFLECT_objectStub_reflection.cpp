@@ -2,6 +2,7 @@
 
 #include "objects/AbstractLevel_p.h"
 #include "objects/BuiltInMethods_p.h"
+#include "objects/MethodAtWork_p.h"
 #include "objects/REFLECT_serverObject.h"
 #include "observation/REFLECT_Observer.h"
 #include "platform/Log.h"
@@ -55,6 +56,18 @@ TreflectServerObject *reflective(TipprmiObjectSkeleton *server) {
     return dynamic_cast<TreflectServerObject *>(server);
 }
 
+/** The same, for a method that may block. */
+class AtWork {
+public:
+    explicit AtWork(TipprmiObjectSkeleton *server) : object_(reflective(server)), atWork_(object_) {}
+    explicit operator bool() const noexcept { return object_ != nullptr; }
+    TreflectServerObject *operator->() const noexcept { return object_; }
+
+private:
+    TreflectServerObject *const object_;
+    const MethodAtWork atWork_;
+};
+
 } // namespace
 
 const TreflectMetaObject *TreflectObjectStub::meta() const {
@@ -83,8 +96,8 @@ const TreflectMetaObject *TreflectObjectStub::meta() const {
 
 std::string TreflectObjectStub::getAbsName() const {
     if (TipprmiObjectSkeleton *server = getServer()) {
-        const TreflectServerObject *object = reflective(server);
-        return object != nullptr ? object->getAbsName() : std::string();
+        const AtWork object(server);
+        return object ? object->getAbsName() : std::string();
     }
     return ask<std::string>(BuiltInCall(*this, BuiltIn::getAbsName));
 }
@@ -99,16 +112,16 @@ std::string TreflectObjectStub::getRelName() const {
 
 TreflectObject TreflectObjectStub::getParent() const {
     if (TipprmiObjectSkeleton *server = getServer()) {
-        const TreflectServerObject *object = reflective(server);
-        return object != nullptr ? object->getParent() : TreflectObject();
+        const AtWork object(server);
+        return object ? object->getParent() : TreflectObject();
     }
     return ask<TreflectObject>(BuiltInCall(*this, BuiltIn::getParent));
 }
 
 TreflectObject TreflectObjectStub::getChild(const std::string &name) const {
     if (TipprmiObjectSkeleton *server = getServer()) {
-        const TreflectServerObject *object = reflective(server);
-        return object != nullptr ? object->getChild(name) : TreflectObject();
+        const AtWork object(server);
+        return object ? object->getChild(name) : TreflectObject();
     }
     BuiltInCall call(*this, BuiltIn::getChild);
     call.arguments() << name;
@@ -117,15 +130,17 @@ TreflectObject TreflectObjectStub::getChild(const std::string &name) const {
 
 TipprmiSequence<TreflectObject> TreflectObjectStub::getChilds() const {
     if (TipprmiObjectSkeleton *server = getServer()) {
-        const TreflectServerObject *object = reflective(server);
-        return object != nullptr ? object->getChilds() : TipprmiSequence<TreflectObject>();
+        const AtWork object(server);
+        return object ? object->getChilds() : TipprmiSequence<TreflectObject>();
     }
     return ask<TipprmiSequence<TreflectObject>>(BuiltInCall(*this, BuiltIn::getChilds));
 }
 
 void TreflectObjectStub::registerChild(const std::string &name, const TreflectObject &child) const {
     if (TipprmiObjectSkeleton *server = getServer()) {
-        if (TreflectServerObject *object = reflective(server)) {
+        TreflectServerObject *const object = reflective(server);
+        const MethodAtWork atWork(child.isConnected() ? nullptr : object); // else it is not looked for
+        if (object != nullptr) {
             object->registerChild(name, child);
         }
         return;

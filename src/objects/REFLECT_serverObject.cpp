@@ -2,6 +2,8 @@
 
 #include "objects/AbstractLevel_p.h"
 #include "objects/BuiltInMethods_p.h"
+#include "objects/MethodAtWork_p.h"
+#include "objects/ObjectHandler.h"
 #include "observation/REFLECT_ObserverClient.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
@@ -13,6 +15,7 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -39,31 +42,65 @@ std::string upToZeroByte(const std::string &name) noexcept {
 
 } // namespace
 
-TreflectServerObject::TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
-    : TipprmiObjectSkeleton(nullptr, oid), name_(upToZeroByte(name)) {
+TreflectServerObject::TreflectServerObject(const TipprmiOID &oid, std::string &&name)
+    : TipprmiObjectSkeleton(nullptr, oid), name_(std::move(name)) {
     dropClient_();
+}
+
+/** By way of another constructor: should the parent throw, the destructor is run. */
+TreflectServerObject::TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
+    : TreflectServerObject(oid, upToZeroByte(name)) {
     const bool nameIsLost = name_.empty() && *name.c_str() != '\0';
-    if (parent == nullptr || nameIsLost) { // the empty name may be that of another child
-        return;
+    if (parent != nullptr && !nameIsLost) { // the empty name may be that of another child
+        joinParent(*parent);
     }
-    parent_ = *parent;
-    if (const TreflectObject *client = getClient()) {
+}
+
+void TreflectServerObject::joinParent(const TreflectObject &parent) {
+    parent_ = parent; // may block
+    const TreflectObject *const client = getClient();
+    if (client == nullptr) {
+        parent_ = TreflectObject(); // it is not to forget whom else it has under the name
+    } else if (parent_.getServer() != nullptr) {
         parent_.registerChild(name_, *client);
+    } else {
+        const OSWrap::DisableCancelStateGuard uncancelled;     // who left here would not know whether it is registered
+        parent_.registerChild(name_, TreflectObject(*client)); // the client may have gone before the parent is asked
     }
 }
 
 /** Not a cancellation point, though it may wait for the parent's answer: it may not be left half done. */
 TreflectServerObject::~TreflectServerObject() {
     const OSWrap::DisableCancelStateGuard uncancelled;
-    const PartingState state;
-    if (state.hasPermission() && parent_.isConnected()) {
-        parent_.unregisterChild(name_); // the object still answers meanwhile
+    if (depart()) {
+        delete children_;
+    } else { // another thread may be in here until the process is gone: what it reads has to stay
+        parent_.setStub_(nullptr);
     }
-    unregister_();
-    if (state.hasPermission()) {
+}
+
+/** Has the object forgotten, by all but those that are in one of its methods, and waits for them. False: in vain. */
+bool TreflectServerObject::depart() {
+    {
+        const PartingState state;
+        // A thread at its end does not wait for another actor, which sees that this one ends.
+        const bool mayTell = !ThreadEnd::begun() || parent_.getServer() != nullptr;
+        if (state.hasPermission() && mayTell && parent_.isConnected()) {
+            parent_.unregisterChild(name_); // the object still answers meanwhile
+        }
+        unregister_();
+        if (!state.hasPermission()) {
+            return false;
+        }
         TreflectORB::forget(*this);
+        if (!MethodAtWork::isOtherIn(*this)) {
+            return true;
+        }
+        if (TreflectObjectHandler *handler = TreflectObjectHandler::getExisting()) {
+            handler->invalidateStubs(this); // no new one comes
+        }
     }
-    children_.reset();
+    return MethodAtWork::awaitOthers(*this);
 }
 
 TreflectObject *TreflectServerObject::getClient() const {
@@ -127,7 +164,7 @@ void TreflectServerObject::registerChild(const std::string &name, const Treflect
         Children added;
         added.emplace(name, child);
         if (children_ == nullptr) {
-            children_ = std::make_unique<Children>();
+            children_ = new Children;
         }
         children_->erase(name);
         children_->insert(added.extract(added.begin()));
@@ -143,7 +180,8 @@ void TreflectServerObject::unregisterChild(const std::string &name) {
 }
 
 std::string TreflectServerObject::getAbsName() const {
-    return (parent_.isConnected() ? parent_.getAbsName() : std::string()) + "/" + getRelName();
+    const std::string own = "/" + getRelName(); // before the parent is asked, which may block
+    return parent_.isConnected() ? parent_.getAbsName() + own : own;
 }
 
 std::string TreflectServerObject::getRelName() const {
@@ -220,6 +258,7 @@ bool TreflectServerObject::dispatch(bool transaction, unsigned cc, unsigned mc, 
     if (method == nullptr) {
         return TipprmiObjectSkeleton::dispatch(transaction, cc, mc, request, response);
     }
+    const MethodAtWork atWork(this);
     try {
         (this->*method)(cc, mc, request, response);
         return true;

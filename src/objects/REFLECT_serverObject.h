@@ -7,7 +7,6 @@
 #include "rmi/IPPRMI_sequence.h"
 
 #include <map>
-#include <memory>
 #include <string>
 
 /**
@@ -65,6 +64,9 @@ public:
     const char *objectName() const noexcept { return name_.c_str(); }
 
 private:
+    TreflectServerObject(const TipprmiOID &oid, std::string &&name);
+    void joinParent(const TreflectObject &parent);
+    bool depart();
     const TreflectMetaObject *eventClass(const TreflectMetaObject *meta) const;
 
     using Children = std::map<std::string, TreflectObject>;
@@ -84,5 +86,5 @@ private:
 
     const std::string name_; // up to 15 characters cost no memory of their own
     TreflectObject parent_;
-    std::unique_ptr<Children> children_; // from the first one on
+    Children *children_ = nullptr; // owned; from the first one on
 };

@@ -45,6 +45,14 @@ bool ThreadEnd::begun() noexcept {
     return begunHere;
 }
 
+bool ThreadEnd::takePermission() {
+    HandlerThreadsType *const threads = handlerThreads();
+    const bool taken = threads != nullptr &&
+                       (hasWaited ? threads->tryGet(false) : threads->getUntil(OSWrap::Clock::getObsTime() + kLimit));
+    hasWaited = hasWaited || !taken;
+    return taken;
+}
+
 PartingState::PartingState() {
     if (!ThreadEnd::begun()) {
         usual_.emplace(true);
@@ -69,7 +77,6 @@ void PartingState::takeInTime() {
     if (entered_) {
         threads.enter(false);
     }
-    taken_ = hasWaited ? threads.tryGet(false) : threads.getUntil(OSWrap::Clock::getObsTime() + kLimit);
+    taken_ = ThreadEnd::takePermission();
     has_ = taken_;
-    hasWaited = hasWaited || !taken_;
 }

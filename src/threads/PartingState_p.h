@@ -12,6 +12,8 @@ public:
     /** The thread has called exit(). */
     static void begin() noexcept;
     static bool begun() noexcept;
+    /** Takes the run permission, for a handler without it. A thread at its end waits 2 s, once in all. */
+    static bool takePermission();
 };
 
 /**
