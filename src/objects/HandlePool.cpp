@@ -6,6 +6,7 @@
 #include "platform/Mutex.h"
 #include "platform/ThreadAnnotations.h"
 
+#include <functional>
 #include <new>
 
 namespace {
@@ -22,18 +23,27 @@ Immortal<OSWrap::Mutex> immortal;
 OSWrap::Mutex &lock = immortal.object;
 using Locked = OSWrap::Lock<OSWrap::Mutex>;
 
+struct Block {
+    Cell cells[HandlePool::kCellsOfBlock];
+    Block *next;
+};
+
 Cell *freeCells RB_GUARDED_BY(lock) = nullptr;
+Block *blockList RB_GUARDED_BY(lock) = nullptr;
 unsigned blockCount RB_GUARDED_BY(lock) = 0;
 
 bool addBlock() noexcept RB_REQUIRES(lock) {
-    auto *const block = new (std::nothrow) Cell[HandlePool::kCellsOfBlock];
+    auto *const block = new (std::nothrow) Block;
     if (block == nullptr) {
         return false;
     }
+    Cell *const cells = block->cells;
     for (unsigned i = 0; i < HandlePool::kCellsOfBlock; ++i) {
-        block[i].next = i + 1 < HandlePool::kCellsOfBlock ? &block[i + 1] : nullptr;
+        cells[i].next = i + 1 < HandlePool::kCellsOfBlock ? &cells[i + 1] : nullptr;
     }
-    freeCells = block;
+    freeCells = cells;
+    block->next = blockList;
+    blockList = block;
     ++blockCount;
     return true;
 }
@@ -54,6 +64,16 @@ void HandlePool::giveBack(void *pointer) noexcept {
     Locked locked(lock);
     cell->next = freeCells;
     freeCells = cell;
+}
+
+bool HandlePool::owns(const void *pointer) noexcept {
+    const std::less<const void *> before; // which orders all pointers
+    Locked locked(lock);
+    const Block *block = blockList;
+    while (block != nullptr && (before(pointer, block->cells) || !before(pointer, block->cells + kCellsOfBlock))) {
+        block = block->next;
+    }
+    return block != nullptr;
 }
 
 unsigned HandlePool::blocks() noexcept {

@@ -11,6 +11,8 @@ constexpr unsigned kCellsOfBlock = 256;
 /** Room for one TreflectObject; null without memory. */
 void *take() noexcept;
 void giveBack(void *cell) noexcept;
+/** Whether it is a cell; looks through the blocks. */
+bool owns(const void *pointer) noexcept;
 /** Blocks so far. */
 unsigned blocks() noexcept;
 

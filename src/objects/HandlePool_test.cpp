@@ -136,6 +136,44 @@ TEST_F(HandlePoolTest, LargerHandlesComeFromTheHeap) {
     HandlePool::giveBack(taken);
 }
 
+/** As one does that is cancelled while it looks for its object. */
+TEST_F(HandlePoolTest, AConstructorThatThrowsGivesItsCellBack) {
+    class Refusing : public TreflectObject {
+    public:
+        Refusing() { throw 1; }
+    };
+    class LargerRefusing : public Larger {
+    public:
+        LargerRefusing() { throw 1; }
+    };
+    auto *const handle = new TreflectObject;
+    const void *const cell = handle;
+    delete handle;
+    const auto takesTheCell = [cell] {
+        const std::unique_ptr<TreflectObject> next(new TreflectObject);
+        return next.get() == cell;
+    };
+    EXPECT_THROW(new Refusing, int);
+    EXPECT_TRUE(takesTheCell());
+    EXPECT_THROW(new (std::nothrow) Refusing, int);
+    EXPECT_TRUE(takesTheCell());
+    EXPECT_THROW(new LargerRefusing, int);
+    EXPECT_THROW(new (std::nothrow) LargerRefusing, int);
+    EXPECT_TRUE(takesTheCell()) << "what came from the heap went there";
+}
+
+TEST_F(HandlePoolTest, KnowsItsCells) {
+    Filled pool;
+    pool.take();
+    for (void *cell : pool.cells()) {
+        EXPECT_TRUE(HandlePool::owns(cell));
+    }
+    const auto other = std::make_unique<Larger>();
+    EXPECT_FALSE(HandlePool::owns(other.get()));
+    EXPECT_FALSE(HandlePool::owns(&pool));
+    EXPECT_FALSE(HandlePool::owns(nullptr));
+}
+
 TEST_F(HandlePoolTest, AHandleCanBeMadeInPlace) {
     const unsigned blocks = HandlePool::blocks();
     alignas(TreflectObject) unsigned char place[sizeof(TreflectObject)];

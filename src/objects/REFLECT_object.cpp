@@ -152,6 +152,11 @@ void TreflectObject::operator delete(void *pointer, std::size_t size) noexcept {
     }
 }
 
+/** Nobody says how large it was to become. */
+void TreflectObject::operator delete(void *pointer, const std::nothrow_t &) noexcept {
+    operator delete(pointer, HandlePool::owns(pointer) ? sizeof(TreflectObject) : 0);
+}
+
 TipprmiStream &operator>>(TipprmiStream &stream, TreflectObject &object) {
     return stream >> static_cast<TipprmiObjectClient &>(object);
 }

@@ -51,6 +51,7 @@ public:
     virtual TreflectObject getParent() const;
     virtual TreflectObject getChild(const std::string &name) const;
     virtual TipprmiSequence<TreflectObject> getChilds() const;
+    /** As the object does it; neither tells of a failure. */
     virtual void registerChild(const std::string &name, const TreflectObject &child) const;
     virtual void unregisterChild(const std::string &name) const;
     virtual void connect(const TipprmiOID &oid);
@@ -67,6 +68,8 @@ public:
     static void *operator new(std::size_t size, const std::nothrow_t &) noexcept;
     static void *operator new(std::size_t, void *place) noexcept { return place; }
     static void operator delete(void *pointer, std::size_t size) noexcept;
+    /** For constructors that do not return. */
+    static void operator delete(void *pointer, const std::nothrow_t &) noexcept;
     static void operator delete(void *, void *) noexcept {}
 
 private:
