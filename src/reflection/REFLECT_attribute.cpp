@@ -4,6 +4,7 @@
 #include "platform/Immortal_p.h"
 #include "reflection/REFLECT_metaObject.h"
 
+#include <memory>
 #include <new>
 
 namespace {
@@ -85,13 +86,17 @@ void TreflectAttribute::updateContainedObject() {
     if (isError() || meta_->typeMeta() == nullptr) {
         return;
     }
-    if (contained_ == nullptr) {
-        contained_ = new (std::nothrow) TreflectObject;
-    } else if (index_ == -1) {
+    if (contained_ != nullptr) {
+        if (index_ != -1) {
+            get(*contained_);
+        }
         return;
     }
-    if (contained_ != nullptr) {
-        get(*contained_);
+    // Kept once it has been read: a thread that is cancelled in the call would leave one that stands for nobody.
+    std::unique_ptr<TreflectObject> first(new (std::nothrow) TreflectObject);
+    if (first != nullptr) {
+        get(*first);
+        contained_ = first.release();
     }
 }
 

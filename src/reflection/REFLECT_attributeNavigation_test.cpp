@@ -1,5 +1,7 @@
 #include "reflection/REFLECT_attribute.h"
+#include "support/Concurrency.h"
 #include "support/HeapProbe.h"
+#include "support/ManualPeer.h"
 #include "support/ScriptedObject.h"
 
 #include <memory>
@@ -114,6 +116,39 @@ TEST_F(NavigationTest, AnAttributeWithoutObjectHasNoMembersAndIsNotAsked) {
     label.updateContainedObject();
     EXPECT_TRUE(thing.calls.empty());
     EXPECT_TRUE(log.lines().empty());
+}
+
+/** A thread that is cancelled while it reads the object leaves nothing behind that another one would take for it. */
+TEST_F(NavigationTest, AnObjectThatWasNotReadToTheEndIsReadAgain) {
+    const Testing::ManualPeer peer(link, orb, Transport::TerminationId(0x0042, 2, 1));
+    const TreflectReleaseHandlerState released;
+    TipprmiStream reference(100);
+    reference << TreflectORB::TreflectObjectLocation(0x99, orb.convertId(peer.id()), nullptr,
+                                                     TipprmiOID(nullptr, NamespaceId(1)));
+    TreflectObject far;
+    reference >> far;
+    TreflectAttribute *carrier = nullptr;
+    std::string text;
+    const auto navigate = [&] {
+        const TreflectHandlerState own(true);
+        if (carrier == nullptr) {
+            carrier = far.attribute("carrier");
+        }
+        text = textOf(carrier->attribute("serial"));
+    };
+    {
+        Testing::TestThread cancelled(navigate);
+        peer.respond(peer.next(), [](TipprmiStream &response) {
+            answered(response) << 1U << static_cast<unsigned>(Testing::Port::CLASS_ID);
+        });
+        EXPECT_NE(nullptr, peer.next().buf()) << "the question for the carrier";
+        EXPECT_TRUE(cancelled.stop());
+    }
+    Testing::TestThread next(navigate);
+    peer.respond(peer.next(), [this](TipprmiStream &response) { answered(response) << TreflectObject(&shelf); });
+    next.join();
+    EXPECT_EQ("shelf", text);
+    EXPECT_TRUE(link.takeIssued().empty());
 }
 
 TEST_F(NavigationTest, WithoutMemoryForTheObjectThereAreErrorHandles) {
