@@ -21,7 +21,15 @@ public:
     }
 
     TipprmiStream &arguments() noexcept { return request_; }
-    void sendOnly() { stub_.dispatch(true, 0, mc_, request_, response_); }
+    /** Not if the request is incomplete, which would be another one. */
+    void sendOnly() {
+        if (request_.hasMarshallingFailed()) {
+            LogDispatch(3, LogMakeString("no memory for a call of method %u", mc_), kSource);
+            response_.stopUnmarshalling();
+        } else {
+            stub_.dispatch(true, 0, mc_, request_, response_);
+        }
+    }
     /** What the answer holds after the exception container; zeros if the call failed. */
     TipprmiStream &send() {
         sendOnly();

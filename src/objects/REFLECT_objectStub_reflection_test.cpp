@@ -8,6 +8,7 @@
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
 #include "support/FakePeer.h"
+#include "support/HeapProbe.h"
 #include "support/ManualPeer.h"
 #include "threads/HandlerState.h"
 
@@ -128,6 +129,34 @@ TEST_F(StubReflectionTest, ChildrenAreRegisteredWithoutReadingTheAnswer) {
     stub->unregisterChild("ab");
     EXPECT_EQ(head(1107) + " 00 00 00 02 61 62", peer.lastRequest());
     EXPECT_TRUE(log.with("Unmarshall error").empty());
+}
+
+/** Half a name would be that of another child. */
+TEST_F(StubReflectionTest, AQuestionWithoutMemoryIsNotAsked) {
+    const std::string text(5000, 'x');
+    TipprmiStream arguments(100);
+    arguments << text;
+    const std::string whole = head(1104) + " " + Testing::hex(arguments);
+    answerNothing();
+    bool asked = false;
+    for (unsigned allowed = 0; allowed < 20 && !asked; ++allowed) {
+        log.clear();
+        {
+            const Testing::FailingHeap heap(allowed);
+            EXPECT_FALSE(stub->getChild(text).isConnected());
+        }
+        asked = !peer.requests().empty();
+        for (const std::string &request : peer.requests()) {
+            EXPECT_EQ(whole, request) << allowed;
+        }
+    }
+    EXPECT_TRUE(asked);
+    {
+        const Testing::FailingHeap heap(1); // for the head
+        stub->unregisterChild(text);
+    }
+    EXPECT_EQ(1U, log.count(3, "no memory for a call of method 1107", kSource));
+    EXPECT_EQ(1U, peer.requests().size());
 }
 
 TEST_F(StubReflectionTest, TheFirstKnownClassIsTheObjectsClass) {

@@ -4,6 +4,7 @@
 #include "platform/transport/testing/FakeLink.h"
 #include "rmi/IPPRMI_stream.h"
 #include "support/BrokerTest.h"
+#include "support/HeapProbe.h"
 
 #include <functional>
 #include <string>
@@ -38,6 +39,7 @@ public:
 
 private:
     Transport::FakeLink::Fate take(const Transport::AddressedMessage &addressed) {
+        const WorkingHeap others;
         if (addressed.destination() != id_) {
             return Transport::FakeLink::Fate::deliver;
         }
