@@ -221,9 +221,18 @@ void TreflectServerObject::sendDeletionEvent(const TreflectMetaObject *meta) con
 
 bool TreflectServerObject::notifyObservers(unsigned when, const unsigned &classCode, const unsigned &methodCode,
                                            const TipprmiSequence<TipprmiAny> &parameters) {
-    const TreflectObject *const source = getClient();
+    const TreflectObject *const client = getClient();
+    if (client == nullptr) {
+        const bool before = when == 0;
+        if (!(before ? preObserverAvailable(classCode, methodCode) : postObserverAvailable(classCode, methodCode))) {
+            return true;
+        }
+        LogDispatch(3, LogMakeString("no memory to tell the observers of \"%s\"", objectName()), kSource);
+        return !before; // those that are not asked may have forbidden it
+    }
+    const TreflectObject source(*client); // while an observer is told, connect() may delete the client
     TreflectObservable &observable = *this;
-    return source == nullptr || observable.notifyObservers(*source, when, classCode, methodCode, parameters);
+    return observable.notifyObservers(source, when, classCode, methodCode, parameters);
 }
 
 // --- methods that every object has ----------------------------------------------------------------------------------
@@ -311,9 +320,9 @@ void TreflectServerObject::answerParent(unsigned, unsigned, TipprmiStream &, Tip
 void TreflectServerObject::answerChild(unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) {
     std::string name;
     request >> name;
-    complete(request, cc, mc);
+    const TreflectObject child = complete(request, cc, mc) ? getChild(name) : TreflectObject();
     prepareResponseStream_(response);
-    response << getChild(name);
+    response << child;
 }
 
 void TreflectServerObject::answerChilds(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {

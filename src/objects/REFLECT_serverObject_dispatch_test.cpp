@@ -4,9 +4,11 @@
 #include "rmi/IPPRMI_exception.h"
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
+#include "support/HeapProbe.h"
 #include "threads/HandlerState.h"
 
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace {
@@ -191,7 +193,9 @@ TEST_F(DispatchTest, CallsThatAreCutHaveNoEffect) {
     }
 }
 
+/** It is none for the child of the empty name. */
 TEST_F(DispatchTest, ACutQuestionForAChildIsReported) {
+    root.registerChild("", *root.getClient());
     TipprmiStream request = Testing::received({0, 0, 0, 5, 'a'});
     TipprmiStream response(100);
     EXPECT_TRUE(root.dispatch(true, 0, 1104, request, response));
@@ -218,6 +222,60 @@ TEST_F(DispatchTest, AnObjectOfThisProcessThatIsNoObserverIsDropped) {
         EXPECT_TRUE(root.notifyObservers(0, 7, 8, TipprmiSequence<TipprmiAny>()));
         EXPECT_FALSE(root.preObserverAvailable(7, 8));
     }
+}
+
+/** Somebody may be among them who forbids the call. */
+TEST_F(DispatchTest, AnObjectWithoutMemoryToTellItsObserversForbidsTheCall) {
+    TreflectObserver observer(name("observer"), nullptr, "observer");
+    const TipprmiSequence<TipprmiAny> none;
+    root.registerObserver(0, 7, 8, *observer.getClient());
+    root.registerObserver(1, 7, 9, *observer.getClient());
+    {
+        const Testing::FailingHeap heap; // no client
+        EXPECT_FALSE(root.notifyObservers(0, 7, 8, none));
+        EXPECT_TRUE(root.notifyObservers(1, 7, 8, none)) << "it has none after the method";
+        EXPECT_TRUE(root.notifyObservers(0, 7, 9, none)) << "nor one before this";
+        EXPECT_TRUE(root.notifyObservers(1, 7, 9, none)) << "it has been called";
+    }
+    EXPECT_EQ(2U, log.count(3, "no memory to tell the observers of \"r\"", "REFLECT_serverObject"));
+    EXPECT_TRUE(root.notifyObservers(0, 7, 8, none));
+}
+
+/** What they are told of stays the object's handle. */
+TEST_F(DispatchTest, AnObjectMayMoveWhileItsObserversAreTold) {
+    class Mover : public TreflectObserver {
+    public:
+        Mover(Node &node, TreflectORB &orb)
+            : TreflectObserver(::name("mover"), nullptr, "mover"), node_(node), orb_(orb) {}
+        bool detected() override {
+            node_.connect(&orb_, ::name("r")); // which takes its client away
+            instead = std::make_unique<TreflectObject>(this);
+            return true;
+        }
+        std::unique_ptr<TreflectObject> instead;
+
+    private:
+        Node &node_;
+        TreflectORB &orb_;
+    };
+    class Witness : public TreflectObserver {
+    public:
+        Witness() : TreflectObserver(::name("witness"), nullptr, "witness") {}
+        bool detected() override {
+            seen = getSource()->getServer();
+            return true;
+        }
+        const TipprmiObjectSkeleton *seen = nullptr;
+    };
+    TreflectORB *const other = TreflectORB::getInstance(NSID_NODE);
+    ASSERT_NE(nullptr, other);
+    Mover mover(root, *other);
+    Witness witness;
+    root.registerObserver(0, 7, 8, *mover.getClient());
+    root.registerObserver(0, 7, 8, *witness.getClient());
+    EXPECT_TRUE(root.notifyObservers(0, 7, 8, TipprmiSequence<TipprmiAny>()));
+    EXPECT_NE(nullptr, mover.instead);
+    EXPECT_EQ(&root, witness.seen);
 }
 
 TEST_F(DispatchTest, AnObjectThatIsNotReflectiveHasNoTree) {

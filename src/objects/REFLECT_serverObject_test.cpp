@@ -119,6 +119,22 @@ TEST_F(ServerObjectTest, WithoutMemoryForItsNameAnObjectIsNobodysChild) {
     EXPECT_EQ(&nameless, parent.getChild("").getServer());
 }
 
+/** The parent has never heard of it. */
+TEST_F(ServerObjectTest, WithoutMemoryForItsClientAnObjectIsNobodysChild) {
+    Node parent("parent");
+    const Node sibling("x", parent.getClient());
+    std::optional<Plain> object;
+    {
+        const Testing::FailingHeap heap;
+        object.emplace(parent.getClient(), "x");
+    }
+    EXPECT_FALSE(object->getParent().isConnected());
+    EXPECT_EQ("/x", object->getAbsName());
+    EXPECT_EQ(&sibling, parent.getChild("x").getServer());
+    object.reset();
+    EXPECT_EQ(&sibling, parent.getChild("x").getServer());
+}
+
 /** Wherever the memory ends: the name of a child is longer than what needs none. */
 TEST_F(ServerObjectTest, ChildrenComeAndGoWithoutMemory) {
     const std::string name = "a name of 20 letters";
