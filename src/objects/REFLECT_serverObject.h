@@ -12,16 +12,18 @@
 /**
  * Server side of a reflective object: a skeleton with a name in a tree of objects, and with observers. Classes derive
  * from it, answer their own method codes in dispatch() and leave all others to it. As for every skeleton: make and
- * delete it inside TreflectHandlerState(true), and not while one of its methods runs or the observers of one are told.
- * A parent in another actor is told by a call, in the constructor and in the destructor; other threads may run
- * meanwhile.
+ * delete it inside TreflectHandlerState(true), and not while one of its methods runs or the observers of one are told;
+ * only for those that every object has the destructor waits. A parent in another actor is told by a call, in the
+ * constructor and in the destructor; other threads may run meanwhile.
  */
 class REFLECTORB_API TreflectServerObject : public TipprmiObjectSkeleton, public TreflectObservable {
 public:
-    /** `parent` null: a root. The name ends at its first zero byte. Without memory for it: a root without name. */
+    /** `parent` null: a root. The name ends at its first zero byte. Without memory for it: a root without name; for a
+     *  client: a root. May block for a parent in another actor; waiting for its answer is no cancellation point. */
     TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name);
-    /** The parent, if it is still there, forgets the name, whatever object it has under it by now. May block for that;
-     *  not a cancellation point. */
+    /** The parent, if it is still there, forgets the name, whatever object it has under it by now. May block for that,
+     *  and until the methods have returned that other threads are in. At the end of a thread, or of the process, a
+     *  parent in another actor is not told. Not a cancellation point. */
     ~TreflectServerObject() override;
 
     using TipprmiObjectSkeleton::dispatch;
@@ -30,14 +32,15 @@ public:
     /** A class that returns a client of its own type calls dropClient_() in its constructor. */
     TreflectObject *getClient() const override;
 
-    // The tree is not locked: with the run permission.
+    // The tree is not locked: with the run permission. What copies a handle that found nothing looks its object up
+    // again, which blocks: getParent(), getChild(), getChilds(), and registerChild() of such a child.
 
     virtual TreflectObject getParent() const;
     /** A handle of no object if there is none of the name. */
     virtual TreflectObject getChild(const std::string &name) const;
-    /** By name. May block, to look for those that were not found before. Without memory for all: the first ones. */
+    /** By name. Without memory for all: the first ones. */
     virtual TipprmiSequence<TreflectObject> getChilds() const;
-    /** In place of the child that had the name. */
+    /** In place of the child that had the name. Without memory a line in the log, and that one stays. */
     virtual void registerChild(const std::string &name, const TreflectObject &child);
     virtual void unregisterChild(const std::string &name);
     virtual unsigned getServerClassId() const = 0;
@@ -49,15 +52,16 @@ public:
 
     /**
      * Tells those that observe the creation, or the deletion, of objects of the class; `meta` null: of the object's own
-     * class. The owner calls the one after the outermost constructor, the other before the outermost destructor. Blocks
-     * until all have been told; the object may be deleted meanwhile.
+     * class, and if none of its classes is known nobody, with a line in the log. The owner calls the one after the
+     * outermost constructor, the other before the outermost destructor. Blocks until all have been told; the object may
+     * be deleted meanwhile. Takes the run permission itself and gives it up for the observers, which run without it.
      */
     virtual void sendCreationEvent(const TreflectMetaObject *meta) const;
     virtual void sendDeletionEvent(const TreflectMetaObject *meta) const;
 
     using TreflectObservable::notifyObservers;
-    /** Tells the observers of a method, with this object's client as source. `when` 0: before, else after the call.
-     *  False if one of them said so. */
+    /** Tells the observers of a method, with a handle of this object as source. `when` 0: before, else after the call.
+     *  False if one of them said so, and before the call also if memory was too short to tell all. */
     virtual bool notifyObservers(unsigned when, const unsigned &classCode, const unsigned &methodCode,
                                  const TipprmiSequence<TipprmiAny> &parameters);
 

@@ -29,14 +29,15 @@ public:
     virtual ~TreflectAttribute();
 
     /** Members of the object that the attribute holds; the error handles if it holds none, or that has none such. A new
-     *  handle each time, kept until the object's handle is destroyed. */
+     *  handle each time, kept until the object's handle is destroyed. When the attribute reads another object, the
+     *  handles that were made before stand for the members of that one. */
     virtual TreflectOperation *operation(const std::string &name);
     virtual TreflectAttribute *attribute(const std::string &name);
 
     const TreflectMetaAttribute *meta() const noexcept { return meta_; }
     int constLength() const noexcept;
-    /** Selects an element for the next reads; -1: none. Without effect on plain attributes, which all are that an
-     *  object gives out. */
+    /** Selects an element for the next reads; -1: none. Plain attributes, which all are that an object gives out, are
+     *  read as a whole all the same, but with an element selected their object is read again at each navigation. */
     TreflectAttribute &operator[](int index) noexcept;
     void clearIndex() noexcept { (*this)[-1]; }
     int index() const noexcept { return index_; }
@@ -48,7 +49,8 @@ public:
 
     /**
      * Reads the value, or the selected element. 0, also when the call failed (`out` is as a read past the end leaves
-     * it) and when the index is beyond the elements (`out` is left as it is); `error` if there is no such attribute.
+     * it, but as it was if an element of a sequence is selected) and when the index is beyond the elements (`out` is
+     * left as it is); `error` if there is no such attribute.
      */
     template <class T>
     int get(T &out) const;

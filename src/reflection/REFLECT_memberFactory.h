@@ -31,7 +31,8 @@ public:
     virtual ~TreflectMemberFactory() = default;
 
     /** A new handle each time, which goes with the object's handle. It is kept until then, so keep and use
-     *  it again. Null if memory is short, and once the process has begun to exit. */
+     *  it again. The object's handle must not be null. Null if memory is short, and once the process has begun to
+     *  exit. */
     Handle *getTied(const TreflectObject *object) const { return makeTied(static_cast<const Meta *>(this), object); }
     /** `meta` may be null: such a handle answers as the error handle does. */
     static Handle *makeTied(const Meta *meta, const TreflectObject *object);

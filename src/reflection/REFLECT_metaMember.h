@@ -63,6 +63,7 @@ public:
     TreflectMetaObject *typeMeta() const noexcept { return typeMeta_; }
     const TreflectMetaOperation *metaOperGet() const noexcept { return metaOperGet_; }
     const TreflectMetaOperation *metaOperSet() const noexcept { return metaOperSet_; }
+    /** Not null. Without memory a line in the log, and no change. */
     void registerType(TreflectMetaObject *type);
 
 protected:

@@ -54,7 +54,8 @@ public:
     /** Appends the own members by name, then those of the parents; what is redefined is there more than once. */
     void attributeList(std::list<TreflectMetaAttribute *> &out) const;
     void operationList(std::list<TreflectMetaOperation *> &out) const;
-    /** The own member of the name, else the first of the parents'; null, and a line in the log, if there is none. */
+    /** The own member of the name, else the first of the parents'; null, and a line in the log, if there is none. For
+     *  an attribute there is a line of each class on the way that has none, also if a later parent has it. */
     TreflectMetaAttribute *metaAttribute(const std::string &name) const;
     TreflectMetaOperation *metaOperation(const std::string &name) const;
     /** Without the line. */
