@@ -90,7 +90,10 @@ std::string replaces(Handles &handles, const TreflectObject &object) {
 
 std::string onPool(Arguments &arguments) {
     const TreflectObject object = named(arguments);
-    Handles handles = make(object, kBlock + 1);
+    Handles handles = make(object, kBlock);
+    static std::vector<char> spacer;
+    spacer.resize(kBlock * kCell); // not every heap leaves room between blocks
+    handles.emplace_back(new TreflectObject(object));
     const std::vector<const void *> places = placesOf(handles);
     std::string answer = rows(places);
     answer += replaces<Testing::Port>(handles, object);
