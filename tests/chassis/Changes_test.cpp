@@ -140,7 +140,7 @@ TEST_F(Changes, NothingIsLeftOfInterfacesThatGoWhileTheirAgentStarts) {
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         do {
             manager->signal(SIGUSR1);
-            if (manager->expect(" ports in ") == counted) {
+            if (manager->expect(" in ") == counted) {
                 return true;
             }
         } while (std::chrono::steady_clock::now() < limit);
@@ -154,7 +154,7 @@ TEST_F(Changes, NothingIsLeftOfInterfacesThatGoWhileTheirAgentStarts) {
         for (int i = 0; i < 50; ++i) {
             ASSERT_EQ("", network_.remove("d" + std::to_string(i)));
         }
-        EXPECT_TRUE(treeIs("1 ports in 1 slots")) << manager->output();
+        EXPECT_TRUE(treeIs("1 port in 1 slot")) << manager->output();
         agent->signal(SIGTERM);
         EXPECT_EQ(0, agent->end());
         EXPECT_TRUE(treeIs("0 ports in 0 slots")) << manager->output();
@@ -175,7 +175,7 @@ TEST_F(Changes, PortsWhoseInterfaceIsGoneAreLeftOutOrReported) {
     const Outcome tree = portctl({"tree"});
     EXPECT_EQ(0, tree.status);
     EXPECT_FALSE(has(tree.output, "second")) << tree.output;
-    EXPECT_TRUE(has(tree.output, "\n1 ports in 1 slots\n")) << tree.output;
+    EXPECT_TRUE(has(tree.output, "\n1 port in 1 slot\n")) << tree.output;
     const Outcome counters = portctl({"counters", "slot2"});
     EXPECT_EQ(0, counters.status);
     EXPECT_TRUE(has(counters.output, "/chassis/slot2/lo ")) << counters.output;
@@ -201,13 +201,13 @@ TEST_F(Changes, TwoHundredInterfacesComeAndGoWithTheirAgent) {
     }
     manager->expectAll(created);
     const Outcome tree = portctl({"tree"});
-    EXPECT_TRUE(has(tree.output, "\n201 ports in 1 slots\n")) << tree.output;
+    EXPECT_TRUE(has(tree.output, "\n201 ports in 1 slot\n")) << tree.output;
     agent->kill();
     manager->expect("is gone, and with it 201 ports: d0, d1, d10, d100, d101, d102, ...");
     agent = agentIn(network_, 2);
     manager->expectAll(created);
     manager->signal(SIGUSR1);
-    manager->expect("201 ports in 1 slots");
+    manager->expect("201 ports in 1 slot");
 }
 
 } // namespace

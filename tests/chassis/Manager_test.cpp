@@ -17,7 +17,7 @@ protected:
         const std::size_t before = manager.output().size();
         manager.signal(SIGUSR1);
         manager.expect("SLOT  PORT");
-        manager.expect(" ports in ");
+        manager.expect(" in ");
         return manager.output().substr(before);
     }
 };

@@ -43,7 +43,7 @@ TEST_F(Watch, APortWithoutInterfaceIsDeletedAlsoIfNobodySaysSo) {
     manager->expect("slot 3  port one deleted");
     manager->signal(SIGUSR1);
     manager->expect("   3  two ");
-    manager->expect("1 ports in 1 slots");
+    manager->expect("1 port in 1 slot");
 }
 
 TEST_F(Watch, APortThatGoesWhileItIsAskedIsNotHalfKnown) {

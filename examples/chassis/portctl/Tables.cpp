@@ -59,7 +59,7 @@ int tree(const Arguments &arguments) {
         }
     }
     put(table);
-    std::printf("%u ports in %u slots\n", ports, slots);
+    std::printf("%s in %s\n", View::counted(ports, "port").c_str(), View::counted(slots, "slot").c_str());
     return done;
 }
 

@@ -74,6 +74,10 @@ std::string joined(const std::vector<std::string> &names) {
     return text;
 }
 
+std::string counted(std::size_t count, const std::string &noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 std::string printable(const std::string &name) {
     std::string text;
     for (const char byte : name) {

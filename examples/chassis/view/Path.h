@@ -19,6 +19,9 @@ std::vector<std::string> nearest(const std::string &name, std::vector<std::strin
 /** "a, b, c". */
 std::string joined(const std::vector<std::string> &names);
 
+/** "1 port", "2 ports". */
+std::string counted(std::size_t count, const std::string &noun);
+
 /** For output in lines: names come from the kernel, and may hold anything but zero and a slash. Controls as "\x1b". */
 std::string printable(const std::string &name);
 

@@ -37,6 +37,12 @@ TEST(Path, IsWrittenFromTheRoot) {
                                                                  "b"}));
 }
 
+TEST(Counted, TellsOneFromMany) {
+    EXPECT_EQ("0 ports", View::counted(0, "port"));
+    EXPECT_EQ("1 port", View::counted(1, "port"));
+    EXPECT_EQ("2 ports", View::counted(2, "port"));
+}
+
 TEST(Nearest, PutsTheMostSimilarNamesFirst) {
     EXPECT_EQ((std::vector<std::string>{"eth0", "eth10"}), View::nearest("ethO", {"lo", "eth10", "eth0"}, 2));
     EXPECT_EQ((std::vector<std::string>{"lo", "eth0"}), View::nearest("l0", {"eth0", "lo"}, 5));

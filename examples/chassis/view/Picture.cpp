@@ -107,8 +107,7 @@ std::string Picture::brokerGone(const Event &event) {
         std::sort(lost.begin(), lost.end());
         const std::size_t count = lost.size();
         lost.resize(std::min(count, kNamesTold));
-        line += ", and with it " + std::to_string(count) + (count == 1 ? " port: " : " ports: ") + joined(lost) +
-                (count > kNamesTold ? ", ..." : "");
+        line += ", and with it " + counted(count, "port") + ": " + joined(lost) + (count > kNamesTold ? ", ..." : "");
     }
     return line;
 }
@@ -168,7 +167,7 @@ std::string Picture::tree() const {
         table.add({std::to_string(port.slot), printable(port.name), stateText(port.state),
                    std::to_string(port.state.mtu), port.address, timeText(port.since), actorOf(key.first)});
     }
-    return table.text() + std::to_string(ports.size()) + " ports in " + std::to_string(slots.size()) + " slots\n";
+    return table.text() + counted(ports.size(), "port") + " in " + counted(slots.size(), "slot") + "\n";
 }
 
 } // namespace View
