@@ -62,6 +62,7 @@ public:
     /** Of all operations of the object. */
     virtual void removeObserver(const TreflectMetaOperation *operation, TreflectObserver *observer) const;
 
+    /** Shared with all handles of the object. Null only if memory was short. */
     TreflectObjectStub *getStub() const noexcept { return getStub_(); }
 
     static void *operator new(std::size_t size);

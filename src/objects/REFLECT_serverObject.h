@@ -61,7 +61,8 @@ public:
 
     using TreflectObservable::notifyObservers;
     /** Tells the observers of a method, with a handle of this object as source. `when` 0: before, else after the call.
-     *  False if one of them said so, and before the call also if memory was too short to tell all. */
+     *  False if one of them said so, and before the call also if memory was too short to tell all. With
+     *  the run permission, which is given up while those elsewhere are told; blocks until all have been. */
     virtual bool notifyObservers(unsigned when, const unsigned &classCode, const unsigned &methodCode,
                                  const TipprmiSequence<TipprmiAny> &parameters);
 

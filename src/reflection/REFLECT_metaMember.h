@@ -37,7 +37,7 @@ public:
     int id() const noexcept { return id_; }
     /** Types by name. */
     const std::map<std::string, std::string> &parameterMap() const noexcept { return parameters_; }
-    /** The last type of a name stays. */
+    /** The last type of a name stays. Like all that completes a class, not while other threads use it. */
     void registerParameter(const std::string &name, const std::string &type);
 
 private:

@@ -29,13 +29,14 @@ public:
     TreflectTieds(const TreflectTieds &) = delete;
     TreflectTieds &operator=(const TreflectTieds &) = delete;
 
-    // Static, as handles of objects are destroyed until the last moment of the process, whoever ends it.
+    // From every thread. Static, as handles of objects are destroyed until the last moment of the process, whoever ends
+    // it.
 
     /** False without memory, and once the process has begun to exit. */
     static bool adoptTied(const TreflectObject *object, const OSWrap::SmartPointer<TiedBase> &tied);
     /** Those of an object's handle. */
     static void destroyTieds(const TreflectObject *object);
-    /** Their number, in a line of the log. */
+    /** Their number, in a line of the log at level 5. */
     static void print();
 
 private:

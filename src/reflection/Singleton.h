@@ -35,7 +35,7 @@ public:
         T *object = object_.load(std::memory_order_acquire);
         return object != nullptr || destroyed_.load(std::memory_order_acquire) ? object : create();
     }
-    /** For good. */
+    /** From then on there is none. */
     static void destroyObject() {
         T *object = nullptr;
         if (!destroyed_.load(std::memory_order_acquire)) {
