@@ -86,6 +86,12 @@ TEST_F(BuiltIns, OfAnObjectWithTheGeneralExceptionReadAsFailures) {
     EXPECT_EQ("1/7", stub(owner, "container p"));
     EXPECT_EQ("/root/port", stub(owner, "abs p"));
     EXPECT_EQ("head 16 sent 1 exception 1/7 value /root/port left 0", stub("call p 0 1100 text")) << "but it is there";
+    EXPECT_EQ("0", stub("name a Absent")); // which is nowhere, as nothing is
+    EXPECT_EQ("0", stub("child c p x"));
+    EXPECT_EQ("0", stub("parent u p"));
+    EXPECT_EQ("0", stub("none n"));
+    EXPECT_EQ("1 1", stub("same c n"));
+    EXPECT_EQ("1 1", stub("same u n"));
     const unsigned before = unmarshallErrors();
     EXPECT_EQ("ok", stub("register p down r"));
     EXPECT_EQ("ok", stub("unregister p up"));
