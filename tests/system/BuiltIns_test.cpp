@@ -198,6 +198,9 @@ struct Question {
     const char *answer;
     unsigned reported; // as an unmarshalling error of this method; 0: not at all
 };
+void PrintTo(const Question &question, std::ostream *out) {
+    *out << '"' << question.command << '"';
+}
 
 class DyingOwner : public BuiltIns, public testing::WithParamInterface<Question> {};
 
@@ -227,7 +230,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Question{"observe p 0 double me", 1000, "ok", 1000},
                     Question{"unobserve p double me", 1001, "ok", 1001}, Question{"raise p 5", 2100, "ok", 2101},
                     Question{"container p", 2101, "0", 2101},
-                    Question{"call p 0 1100 container", 1100, "head 16 sent 0 exception 1/0 value 1/0 left 0", 0}));
+                    Question{"call p 0 1100 container", 1100, "head 16 sent 0 exception 1/0 value 1/0 left 0", 0}),
+    [](const testing::TestParamInfo<Question> &each) {
+        const std::string command = each.param.command;
+        return command.substr(0, command.find(' '));
+    });
 
 /** A parent that goes while it is told of a child is like none. */
 TEST_F(BuiltIns, AChildOutlivesAParentThatDiesWhileItIsTold) {
