@@ -62,6 +62,7 @@ Process startProcess(const std::vector<std::string> &command, const std::vector<
     const pid_t child = ::fork();
     if (child == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL); // nothing is left behind by a test that crashes
+        ::signal(SIGPIPE, SIG_DFL);
         ::dup2(in[0], STDIN_FILENO);
         ::dup2(out[1], STDOUT_FILENO);
         if (errors == Errors::withOutput) {

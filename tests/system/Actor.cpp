@@ -65,9 +65,11 @@ Actor::~Actor() {
 }
 
 void Actor::tell(const std::string &command) {
+    static const auto before = ::signal(SIGPIPE, SIG_IGN); // one that has crashed fails the test, but does not end it
+    static_cast<void>(before);
     const std::string line = command + "\n";
     if (::write(process_.input, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
-        ADD_FAILURE() << "actor does not take '" << command << "'";
+        ADD_FAILURE() << "actor " << process_.pid << " does not take '" << command << "'\nlog:\n" << log();
     }
 }
 

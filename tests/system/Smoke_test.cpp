@@ -1,6 +1,7 @@
 #include "support/TempDir.h"
 #include "system/Actor.h"
 
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -47,6 +48,14 @@ TEST(Smoke, TwoBrokersSeeEachOther) {
     second.tell("exit 3");
     EXPECT_EQ(3 << 8, second.end());
     EXPECT_TRUE(first.waitLog("ORB 0x" + firstId + " sees 0x" + secondId + " disappear"));
+}
+
+TEST(Smoke, AnActorThatCrashedFailsTheTestAndDoesNotEndIt) {
+    const Testing::TempDir directory;
+    Actor actor(Testing::Unit{directory.path() + "/unit", {}}, 1);
+    actor.ask("orb 1", "orb ");
+    actor.kill();
+    EXPECT_NONFATAL_FAILURE(actor.tell("orb 1"), "does not take 'orb 1'");
 }
 
 } // namespace
