@@ -12,8 +12,10 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <list>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -125,17 +127,19 @@ SCENARIO(firstUseByManyThreads) {
     constexpr unsigned kThreads = 8;
     std::array<std::unique_ptr<CountingMeta>, kThreads> classes;
     std::array<InterfaceRepository *, kThreads> seen{};
-    Testing::Gate start;
+    std::atomic<unsigned> ready{0}; // no lock: who waits for one comes after the one before
     {
         std::list<Testing::TestThread> threads;
         for (unsigned i = 0; i < kThreads; ++i) {
             threads.emplace_back([&, i] {
-                start.pass();
+                ready.fetch_add(1, std::memory_order_relaxed);
+                while (ready.load(std::memory_order_relaxed) < kThreads) {
+                    std::this_thread::yield();
+                }
                 classes[i] = std::make_unique<CountingMeta>("first", i + 1);
                 seen[i] = InterfaceRepository::instance();
             });
         }
-        start.open();
     }
     std::vector<unsigned> ids;
     for (unsigned i = 0; i < kThreads; ++i) {
@@ -147,7 +151,7 @@ SCENARIO(firstUseByManyThreads) {
 }
 
 TEST(InterfaceRepository, ThreadsMayBeTheFirstToUseItAllAtOnce) {
-    for (int round = 0; round < 3; ++round) {
+    for (int round = 0; round < 10; ++round) {
         const Testing::ProcessResult result =
             Testing::runScenario("firstUseByManyThreads", {"REFLECTORB_TEST_NO_CLASSES=1"});
         EXPECT_EQ(0, result.exitStatus) << result.output;
