@@ -63,6 +63,14 @@ protected:
         }
         return true;
     }
+    /** What observers of the actor were told since the last time. */
+    static Lines seen(Actor &actor) {
+        Lines lines = actor.sofar("sees ");
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            actor.expect("sees ");
+        }
+        return lines;
+    }
     /** What the watcher has asked of a broker, or told it, since it was started. */
     unsigned requests(const std::string &id) {
         const std::string counters = clerk->ask("counters " + idOf(*watcher), "counters " + idOf(*watcher));
@@ -109,12 +117,12 @@ TEST_F(Kinds, AreThoseThatTheActorHadWhenItWasFirstAsked) {
     ask(*watcher, "watch C3 existing c");
     EXPECT_EQ(1U, requests(*server)) << "it is not asked again for its classes";
     EXPECT_EQ("created", ask(*server, "create C3 unseen"));
-    EXPECT_EQ(Lines{}, watcher->sofar("sees "));
+    EXPECT_EQ(Lines{}, seen(*watcher));
     server->kill();
     server = join(1, {"A1", "C3"});
     EXPECT_EQ("1 0", ask(*server, "subscribers C3"));
     EXPECT_EQ("created", ask(*server, "create C3 seen"));
-    EXPECT_EQ((Lines{"c seen"}), watcher->sofar("sees "));
+    EXPECT_EQ((Lines{"c seen"}), seen(*watcher));
 }
 
 /** Under the same id: what its predecessor said does not count, but what was asked of that is counted on. */
@@ -128,8 +136,7 @@ void Kinds::expectOthersAfterARestart(bool asleep) {
     EXPECT_EQ("0 0", ask(*server, "subscribers B2"));
     EXPECT_EQ(2U, requests(id));
     EXPECT_EQ("created", ask(*server, "create A1 first"));
-    EXPECT_EQ((Lines{"a first"}), watcher->sofar("sees "));
-    watcher->expect("sees ");
+    EXPECT_EQ((Lines{"a first"}), seen(*watcher));
 
     if (asleep) {
         watcher->signal(SIGSTOP);
@@ -146,8 +153,7 @@ void Kinds::expectOthersAfterARestart(bool asleep) {
     if (!asleep) {
         EXPECT_EQ("created", ask(*server, "create B2 second"));
     }
-    EXPECT_EQ((Lines{"b second"}), watcher->sofar("sees "));
-    watcher->expect("sees ");
+    EXPECT_EQ((Lines{"b second"}), seen(*watcher));
     EXPECT_EQ("1 0", ask(*server, "subscribers A1")) << "the first question to one that has said nothing yet";
     EXPECT_EQ("1 1", ask(*server, "subscribers B2"));
     EXPECT_EQ(2U + 3U, requests(id));
@@ -157,7 +163,7 @@ void Kinds::expectOthersAfterARestart(bool asleep) {
     ask(*watcher, "watch B2 existing late-b");
     EXPECT_EQ(6U, requests(id));
     EXPECT_EQ("deleted", ask(*server, "delete second"));
-    EXPECT_EQ((Lines{"late-b second", "gone-b second"}), watcher->sofar("sees "));
+    EXPECT_EQ((Lines{"late-b second", "gone-b second"}), seen(*watcher));
 }
 
 TEST_F(Kinds, OfARestartedActorAreOthersThanThoseBefore) {
@@ -190,7 +196,7 @@ TEST_F(Kinds, AreSubscribedToByTheFirstObserverAndByThoseThatWantWhatIsThere) {
     EXPECT_EQ(1U, requests(*server));
     ask(*watcher, "watch A1 existing three");
     EXPECT_EQ(2U, requests(*server));
-    EXPECT_EQ((Lines{"three own", "three there"}), watcher->sofar("sees ")) << "each once";
+    EXPECT_EQ((Lines{"three own", "three there"}), seen(*watcher)) << "each once";
     ask(*watcher, "watch A1 deletions gone");
     EXPECT_EQ(3U, requests(*server));
     ask(*watcher, "unwatch two");
@@ -219,12 +225,9 @@ TEST_F(Kinds, AreAskedOfABrokerThatComesUpWhileAnotherIsAsked) {
         EXPECT_EQ(1U, requests(*late)) << kind;
         EXPECT_EQ("created", ask(*late, "create E5 more"));
         EXPECT_EQ("deleted", ask(*late, "delete early"));
-        const std::map<std::string, Lines> seen{
+        const std::map<std::string, Lines> expected{
             {"creations", {"w more"}}, {"existing", {"w early", "w more"}}, {"deletions", {"w early"}}};
-        EXPECT_EQ(seen.at(kind), watcher->sofar("sees ")) << kind;
-        for (std::size_t i = 0; i < seen.at(kind).size(); ++i) {
-            watcher->expect("sees ");
-        }
+        EXPECT_EQ(expected.at(kind), seen(*watcher)) << kind;
         EXPECT_EQ("ok", ask(*watcher, "unwatch w"));
         for (const auto &actor : {std::move(held), std::move(late)}) {
             actor->kill();
@@ -260,7 +263,7 @@ TEST_F(Kinds, AreToldOfToThoseThatAnswer) {
     EXPECT_EQ("1 2", ask(*server, "subscribers A1"));
     EXPECT_EQ("deleted", ask(*server, "delete thing"));
     EXPECT_EQ("1 1", ask(*server, "subscribers A1"));
-    EXPECT_EQ((Lines{"a thing", "gone thing"}), watcher->sofar("sees "));
+    EXPECT_EQ((Lines{"a thing", "gone thing"}), seen(*watcher));
 }
 
 TEST_F(Kinds, HaveAnObjectUntilAllAreToldOfItsEnd) {
@@ -272,11 +275,11 @@ TEST_F(Kinds, HaveAnObjectUntilAllAreToldOfItsEnd) {
     watcher->expect("holding");
     awaitDealtWith(*clerk, idOf(*server));
     ask(*clerk, "watch A1 existing meanwhile");
-    EXPECT_EQ((Lines{"meanwhile thing"}), clerk->sofar("sees "));
+    EXPECT_EQ((Lines{"meanwhile thing"}), seen(*clerk));
     watcher->ask("react go", "reacts");
     EXPECT_EQ("deleted", server->expect("kind "));
     ask(*clerk, "watch A1 existing later");
-    EXPECT_EQ((Lines{"meanwhile thing"}), clerk->sofar("sees "));
+    EXPECT_EQ(Lines{}, seen(*clerk));
 }
 
 TEST_F(Kinds, MayLoseAnObjectWhileItsCreationIsTold) {
@@ -285,13 +288,13 @@ TEST_F(Kinds, MayLoseAnObjectWhileItsCreationIsTold) {
     ask(*watcher, "watch A1 creations a");
     server->ask("react delete", "reacts");
     EXPECT_EQ("created", ask(*server, "create A1 thing"));
-    EXPECT_EQ((Lines{"own thing"}), server->sofar("sees "));
-    EXPECT_EQ((Lines{"a thing"}), watcher->sofar("sees ")) << "there was one";
+    EXPECT_EQ((Lines{"own thing"}), seen(*server));
+    EXPECT_EQ((Lines{"a thing"}), seen(*watcher)) << "there was one";
     ask(*watcher, "watch A1 existing late");
-    EXPECT_EQ((Lines{"a thing"}), watcher->sofar("sees "));
+    EXPECT_EQ(Lines{}, seen(*watcher));
     server->ask("react nothing", "reacts");
     EXPECT_EQ("created", ask(*server, "create A1 other"));
-    EXPECT_EQ((Lines{"own thing", "own other"}), server->sofar("sees "));
+    EXPECT_EQ((Lines{"own other"}), seen(*server));
 }
 
 TEST_F(Kinds, AreObservedNoMoreByWhatIsDestroyed) {
@@ -305,10 +308,10 @@ TEST_F(Kinds, AreObservedNoMoreByWhatIsDestroyed) {
     ask(*watcher, "lose gone");
     EXPECT_EQ("created", ask(*server, "create A1 other"));
     EXPECT_EQ("deleted", ask(*server, "delete thing"));
-    EXPECT_EQ((Lines{"b thing"}), watcher->sofar("sees "));
+    EXPECT_EQ((Lines{"b thing"}), seen(*watcher));
     EXPECT_EQ("1 1", ask(*server, "subscribers A1")) << "no message tells of that";
     ask(*watcher, "watch A1 existing again");
-    EXPECT_EQ((Lines{"b thing", "again other"}), watcher->sofar("sees "));
+    EXPECT_EQ((Lines{"again other"}), seen(*watcher));
 }
 
 } // namespace
