@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace {
 
@@ -180,21 +181,22 @@ TEST_F(OrbObserverTest, ItEndsWhileItWaitsForThePermission) {
     Watcher watcher;
     auto other = std::make_unique<TreflectOrbObserver>();
     other->subscribe(&watcher, 1, false);
-    Testing::Gate ending;
+    std::atomic<int> destroyerTid{0};
     {
         Testing::Gate held;
         const auto waiters = [] { return TreflectORB::handlerThreads()->waitingForPermission(); };
         Testing::TestThread holder([&] {
             const TreflectHandlerState state(true);
             held.open();
-            EXPECT_TRUE(ending.pass());
+            // Nothing makes it sleep but the end that it waits for.
+            EXPECT_TRUE(Testing::eventually([&] { return destroyerTid != 0 && Testing::isAsleep(destroyerTid); }));
             EXPECT_EQ(1U, waiters()) << "its end does not end the wait";
         });
         ASSERT_TRUE(held.pass());
         other->notify(kPeer, 1);
         ASSERT_TRUE(Testing::eventually([&] { return waiters() == 1; }));
         Testing::TestThread destroyer([&] {
-            ending.open();
+            destroyerTid = OSWrap::Thread::getCurrentTid();
             other.reset();
         });
     }
@@ -317,23 +319,42 @@ TEST_F(OrbObserverTest, ACallbackWaitsForThatOfNoOtherBroker) {
     other.unsubscribe(&watcher);
 }
 
+/** Counts in a place that outlives it. */
+class Counting : public TreflectOrbObserverIf {
+public:
+    explicit Counting(std::atomic<int> &calls) : calls_(calls) {}
+    void orbAppearance(const TerminationId &, const Appear_t &) override { ++calls_; }
+
+private:
+    std::atomic<int> &calls_;
+};
+
 TEST_F(OrbObserverTest, WhoIsDestroyedIsForgotten) {
     Watcher first;
     Watcher last;
-    auto gone = std::make_unique<Watcher>();
-    auto goesInACallback = std::make_unique<Watcher>();
+    std::atomic<int> calls{0};
+    std::optional<Counting> gone; // whose memory stays: a call after the end would be one of a pure virtual function
+    std::optional<Counting> goesInACallback;
+    gone.emplace(calls);
+    goesInACallback.emplace(calls);
     first.reaction = [&](TreflectOrbObserverIf::Appear_t) { goesInACallback.reset(); };
+    // What came up in the test before is told by then.
+    orb.registerOrbCreation(&last, false);
+    link.peerAppears(kForeign);
+    ASSERT_TRUE(last.willBeToldAtLast("50:1"));
+    orb.unregisterOrbNotifications(&last);
     orb.registerOrbCreation(&first, false);
-    for (Watcher *each : {gone.get(), goesInACallback.get(), &last}) {
-        orb.registerOrbCreation(each, false);
-    }
+    orb.registerOrbCreation(&*gone, false);
+    orb.registerOrbCreation(&*goesInACallback, false);
+    orb.registerOrbCreation(&last, false);
     {
         const TreflectHandlerState state(true); // it is not being told
         gone.reset();
     }
     link.peerAppears(kPeer);
     EXPECT_TRUE(Testing::eventually([&] { return last.told().find("42:1") != std::string::npos; }));
-    EXPECT_EQ(nullptr, goesInACallback);
+    EXPECT_FALSE(goesInACallback);
+    EXPECT_EQ(0, calls);
     orb.unregisterOrbNotifications(&first);
     orb.unregisterOrbNotifications(&last);
 }

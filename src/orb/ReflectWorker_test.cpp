@@ -47,10 +47,7 @@ std::set<std::string> workers() {
 bool othersSleep() {
     const std::string own = std::to_string(OSWrap::Thread::getCurrentTid());
     for (const std::string &worker : workers()) {
-        std::ifstream file("/proc/self/task/" + worker + "/stat");
-        std::string line;
-        std::getline(file, line);
-        if (worker != own && line.find(") S ") == std::string::npos) {
+        if (worker != own && !Testing::isAsleep(std::stoi(worker))) {
             return false;
         }
     }

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -18,6 +20,13 @@ bool eventually(const std::function<bool()> &condition) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
+}
+
+bool isAsleep(int tid) {
+    std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    return line.find(") S ") != std::string::npos;
 }
 
 void Gate::open() {

@@ -28,6 +28,9 @@ private:
     bool open_ = false;
 };
 
+/** Whether the thread with this number of the system is blocked right now. */
+bool isAsleep(int tid);
+
 /** Whether the lock could be taken right now. */
 template <class L>
 bool isFree(L &lock) RB_NO_ANALYSIS {
