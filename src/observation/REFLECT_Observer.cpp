@@ -4,6 +4,18 @@
 #include "platform/Log.h"
 #include "threads/HTUtil.h"
 
+namespace {
+
+constexpr char kSource[] = "REFLECT_Observer";
+
+/** The answer of one that is not told: as a veto that it may have had. */
+bool noMemory() {
+    LogDispatch(3, "no memory to tell an observer", kSource);
+    return false;
+}
+
+} // namespace
+
 TreflectObserver::TreflectObserver(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name)
     : TreflectObserverSkeleton(oid, parent, name) {}
 
@@ -15,6 +27,9 @@ bool TreflectObserver::notify(const TreflectObject &source, const unsigned &, co
                               const TipprmiSequence<TipprmiAny> &parameters, bool &delivered) {
     delivered = true;
     TipprmiSequence<TipprmiAny> copy = parameters;
+    if (copy.getLength() != parameters.getLength()) {
+        return noMemory(); // it would decide on nothing
+    }
     SValue value{&copy, &source, true};
     return tell(value);
 }
@@ -27,8 +42,7 @@ bool TreflectObserver::notify(const TreflectObject &source) {
 bool TreflectObserver::tell(SValue &value) {
     const ThreadSpecificGuard guard(values_, &value);
     if (values_.get() != &value) {
-        LogDispatch(3, "no memory to tell an observer", "REFLECT_Observer");
-        return false; // as a veto that it may have had
+        return noMemory();
     }
     return detected();
 }
@@ -44,7 +58,7 @@ TreflectObserver::SValue *TreflectObserver::getsvalue() {
         LogDispatch(3,
                     LogMakeString("TreflectObserver::getsvalue(oid=%s) SValue == NULL.",
                                   oid.getIdString() != nullptr ? oid.getIdString() : ""),
-                    "REFLECT_Observer");
+                    kSource);
         HTUtil::testabort();
     }
     return value;

@@ -142,6 +142,27 @@ TEST_F(ObserverTest, WithoutMemoryItIsNotTold) {
     EXPECT_EQ(1, calls);
 }
 
+/** In a thread that is in a notification already only the copy of the parameters takes memory. */
+TEST_F(ObserverTest, WithoutMemoryForTheParametersItIsNotTold) {
+    unsigned told = 0;
+    bool accepted = true;
+    bool delivered = false;
+    const Parameters given = parameters(77);
+    const TreflectObserverClient &client = *watcher.getClient();
+    const TreflectObject &source = *sight.getClient();
+    watcher.reaction = [&] {
+        if (++told == 1) {
+            const Testing::FailingHeap heap(0, Testing::FailingHeap::Calls::all);
+            accepted = client.notify(source, 1, 2, given, delivered);
+        }
+        return true;
+    };
+    EXPECT_TRUE(watcher.notify(source));
+    EXPECT_EQ(1U, told) << "it would have decided on nothing";
+    EXPECT_FALSE(accepted);
+    EXPECT_TRUE(delivered);
+}
+
 TEST_F(ObserverTest, NotificationsNest) {
     const Sight inner("inner");
     int depth = 0;
