@@ -21,7 +21,8 @@ public:
     TreflectObservable &operator=(const TreflectObservable &) = delete;
     virtual ~TreflectObservable();
 
-    /** `when` 0: before the method runs, else after it. Who registers twice is told twice. */
+    /** `when` 0: before the method runs, else after it. Who registers twice is told twice. Copies the handle, which may
+     *  block if that found nothing so far. Without memory a line in the log, and nothing else. */
     virtual void registerObserver(unsigned when, const unsigned &classCode, const unsigned &methodCode,
                                   const TreflectObserverClient &observer);
     /** Of all methods. The same observer is one with the same identifier, in whatever actor; one without identifier is

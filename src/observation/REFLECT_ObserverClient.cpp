@@ -2,6 +2,8 @@
 
 #include "objects/AbstractLevel_p.h"
 #include "observation/REFLECT_ObserverSkeleton.h"
+#include "orb/OngoingRequest_p.h"
+#include "platform/Log.h"
 
 TreflectObserverClient::TreflectObserverClient() = default;
 TreflectObserverClient::TreflectObserverClient(const TipprmiObjectSkeleton *observer) : TreflectObject(observer) {}
@@ -20,9 +22,14 @@ bool TreflectObserverClient::notify(const TreflectObject &source, const unsigned
                observer->notify(source, classCode, methodCode, parameters, delivered);
     }
     TipprmiStream request(TipprmiStream::kCallSize);
-    TipprmiStream response(TipprmiStream::kCallSize);
+    TipprmiAny response; // which costs no memory: it becomes the stream of the answer
     prepareRequestStream_(true, kClassId, 0, request);
     request << source << classCode << methodCode << parameters;
+    if (request.hasMarshallingFailed() || OngoingRequest::getThreadInstance() == nullptr) {
+        LogDispatch(3, "no memory to tell an observer", "REFLECT_Observer");
+        delivered = true; // it is there and stays registered
+        return false;     // as a veto that it may have had
+    }
     dispatch(true, kClassId, 0, request, response);
     prepareResponseStream_(true, response);
     bool result = false;

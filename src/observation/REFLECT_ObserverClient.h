@@ -12,7 +12,7 @@ public:
     /** Of no observer. */
     TreflectObserverClient();
     explicit TreflectObserverClient(const TipprmiObjectSkeleton *observer);
-    /** Looks the observer up, which blocks for one request to each other broker. */
+    /** Looks the observer up, which blocks for one request to each other broker; for two, if none of them has it. */
     explicit TreflectObserverClient(const TipprmiOID &oid);
     explicit TreflectObserverClient(const TreflectObject &object);
     TreflectObserverClient(const TreflectObserverClient &other);
@@ -20,8 +20,10 @@ public:
     TreflectObserverClient &operator=(const TreflectObserverClient &other);
     ~TreflectObserverClient() override;
 
-    /** Tells the observer, which may block as a call does, and answers what it said. `delivered` becomes true if it was
-     *  told; otherwise it is left as it is, and the answer means nothing. */
+    /** Tells the observer, and answers what it said. With the run permission, which is given up for an observer in
+     *  another actor; blocks as a call does. `delivered` becomes true if it was told; otherwise it is left as it is,
+     * and the answer means nothing. When memory is too short to tell it, it counts as told, and as having said false.
+     */
     virtual bool notify(const TreflectObject &source, const unsigned &classCode, const unsigned &methodCode,
                         const TipprmiSequence<TipprmiAny> &parameters, bool &delivered) const;
 };

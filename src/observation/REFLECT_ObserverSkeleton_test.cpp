@@ -6,6 +6,7 @@
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
 #include "support/Concurrency.h"
+#include "support/HeapProbe.h"
 #include "support/ManualPeer.h"
 #include "threads/HandlerState.h"
 
@@ -246,6 +247,45 @@ TEST_F(ObserverSkeletonTest, OfAPeerIsToldByAMessage) {
     caller.join();
     EXPECT_FALSE(accepted);
     EXPECT_TRUE(object.preObserverAvailable(kClass, kDouble)) << "who refuses stays";
+}
+
+/** A notification that is cut would look as if the peer had no such observer. */
+TEST_F(ObserverSkeletonTest, OfAPeerThatThereIsNoMemoryToTellStaysAndForbids) {
+    registerRemote(object.getInternalOID(), 0);
+    Parameters parameters = twoParameters();
+    parameters[0].insert(std::string(300, 'p')); // more than the message has room for at first
+    TipprmiStream expected(1000);
+    {
+        TreflectHandlerState held(true);
+        expected << kRemote << true << kObserverClass << 0U << own << kClass << kDouble << parameters;
+    }
+    unsigned messages = 0;
+    bool whole = true;
+    link.setFate([&](const AddressedMessage &message) {
+        const Testing::WorkingHeap others;
+        ++messages;
+        whole = whole && bodyOf(message) == hex(expected);
+        peer.respond(message, [](TipprmiStream &response) { writeVerdict(response, true, true); });
+        return Transport::FakeLink::Fate::lose;
+    });
+    unsigned failures = 0;
+    for (unsigned allowed = 0; allowed < 40; ++allowed) {
+        messages = 0;
+        bool accepted = false;
+        Testing::TestThread([&] { // which has not made any request
+            TreflectHandlerState held(true);
+            const Testing::FailingHeap heap(allowed);
+            accepted = object.notifyObservers(0, kClass, kDouble, parameters);
+        });
+        ASSERT_EQ(messages == 1, accepted) << allowed;
+        ASSERT_TRUE(object.preObserverAvailable(kClass, kDouble)) << allowed;
+        failures += messages == 0 ? 1 : 0;
+    }
+    link.setFate({});
+    EXPECT_TRUE(whole);
+    EXPECT_LT(1U, failures);
+    EXPECT_GT(40U, failures);
+    EXPECT_EQ(failures, log.count(3, "no memory to tell an observer", "REFLECT_Observer"));
 }
 
 TEST_F(ObserverSkeletonTest, OfAPeerThatWasNotToldIsDropped) {

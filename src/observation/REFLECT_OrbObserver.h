@@ -53,7 +53,7 @@ public:
     TreflectOrbObserver &operator=(const TreflectOrbObserver &) = delete;
 
     /** Adds to what the observer has subscribed to before. `notifyExisting`, for appearances only: it is told of all
-     *  terminations that are there, before this returns. False for null. */
+     *  terminations that are there, before this returns. False for null, and without memory for it. */
     bool subscribe(TreflectOrbObserverIf *observer, const Appear_t &mask, bool notifyExisting);
     /**
      * Called in a callback of any broker's thread, it waits for nothing, and the observer may still be told of the
