@@ -3,6 +3,7 @@
 #include "orb/Counted_p.h"
 #include "orb/Event_p.h"
 #include "orb/MissedOrbs_p.h"
+#include "orb/OngoingRequest_p.h"
 #include "orb/REFLECT_orb.h"
 #include "orb/SingletonInstances_p.h"
 #include "orb/TellObserver_p.h"
@@ -151,7 +152,7 @@ void TreflectORB::tellOthers(const Event &event, unsigned cc, const TreflectObje
     TipprmiStream response(static_cast<int>(kResponseSize));
     request.msg().type(event.notification);
     request << cc << source;
-    if (request.hasMarshallingFailed()) {
+    if (request.hasMarshallingFailed() || OngoingRequest::getThreadInstance() == nullptr) {
         throw std::bad_alloc(); // not sent at all: that must not look as if nobody had answered
     }
     const std::set<TreflectOrbId> remote = data->*event.remote;

@@ -1,3 +1,4 @@
+#include "support/Concurrency.h"
 #include "support/HeapProbe.h"
 #include "support/ObjectEventsTest.h"
 #include "support/ReflectiveClasses.h"
@@ -49,6 +50,28 @@ TEST_F(NotificationMemoryTest, WhoWasNotAskedIsNotDropped) {
     EXPECT_LT(1U, failures);
     EXPECT_GT(kAllocations, failures);
     EXPECT_TRUE(whole);
+}
+
+/** The first request of a thread takes memory for the thread itself. */
+TEST_F(NotificationMemoryTest, WhoWasNotAskedByANewThreadIsNotDropped) {
+    Testing::PortImpl port("port");
+    static_cast<const TreflectServerObject &>(port).getClient();
+    orb.addRemoteCreationObserver(kClass, orb.convertId(kPeer), nullptr);
+    std::size_t failures = 0;
+    for (unsigned allowed = 0; allowed < kAllocations; ++allowed) {
+        {
+            const TreflectReleaseHandlerState released;
+            Testing::TestThread([&] {
+                const TreflectHandlerState own(true);
+                const FailingHeap heap(allowed);
+                orb.notifyCreation(kClass, port);
+            });
+        }
+        failures += unit.summary().empty() ? 1 : 0;
+        ASSERT_EQ(1U, orb.getMetaData(kClass)->remoteCreationObservers.size()) << allowed;
+    }
+    EXPECT_LT(1U, failures);
+    EXPECT_GT(kAllocations, failures);
 }
 
 TEST_F(NotificationMemoryTest, ClassesAreLearntAllOrNone) {
