@@ -21,7 +21,6 @@ namespace {
 
 constexpr char kSource[] = "REFLECT_orb";
 constexpr unsigned kRequestSize = 100;
-constexpr unsigned kResponseSize = 104;
 
 void noMemory(const char *what) {
     LogDispatch(3, LogMakeString("ORB has no memory to %s", what), kSource);
@@ -32,11 +31,10 @@ class Reported {
 public:
     /** False if it was there, or cannot be kept. */
     bool add(const TreflectObject &object) try {
-        if (object.getStub() == nullptr || stubs_.count(object.getStub()) != 0) {
+        if (object.getStub() == nullptr || objects_.count(object.getStub()) != 0) {
             return false;
         }
-        handles_.push_back(object);
-        stubs_.insert(object.getStub());
+        objects_.emplace(object.getStub(), object);
         return true;
     } catch (const std::bad_alloc &) {
         complete_ = false;
@@ -45,8 +43,7 @@ public:
     bool isComplete() const noexcept { return complete_; }
 
 private:
-    std::set<const TreflectObjectStub *> stubs_;
-    std::list<TreflectObject> handles_;
+    std::map<const TreflectObjectStub *, TreflectObject> objects_;
     bool complete_ = true;
 };
 
@@ -149,13 +146,13 @@ void TreflectORB::tellOthers(const Event &event, unsigned cc, const TreflectObje
         return;
     }
     TipprmiStream request(allocateRequest(kRequestSize), true);
-    TipprmiStream response(static_cast<int>(kResponseSize));
+    TipprmiAny response; // which costs no memory: it becomes the stream of the answer
     request.msg().type(event.notification);
     request << cc << source;
     if (request.hasMarshallingFailed() || OngoingRequest::getThreadInstance() == nullptr) {
         throw std::bad_alloc(); // not sent at all: that must not look as if nobody had answered
     }
-    const std::set<TreflectOrbId> remote = data->*event.remote;
+    const std::vector<TreflectOrbId> remote((data->*event.remote).begin(), (data->*event.remote).end());
     for (const TreflectOrbId &orb : remote) {
         response.clear();
         if (forwardMsg_(convertId(orb), true, request.msg(), response)) {
@@ -322,7 +319,7 @@ void TreflectORB::subscribe(const Event &event, unsigned cc, std::vector<Treflec
                             const TreflectOrbId *orb) {
     TreflectHandlerState state(true);
     TipprmiStream request(allocateRequest(kRequestSize), true);
-    TipprmiStream response(static_cast<int>(kResponseSize));
+    TipprmiAny response; // which costs no memory: it becomes the stream of the answer
     request.msg().type(event.subscription);
     request << cc;
     if (&event == &kCreation) {
@@ -353,6 +350,9 @@ void TreflectORB::subscribe(const Event &event, unsigned cc, std::vector<Treflec
         if (&event == &kCreation) {
             TipprmiSequence<TreflectObject> objects;
             response >> objects;
+            if (existing != nullptr) { // one by one, they would be copied again and again, which is dear for handles
+                existing->reserve(std::max(existing->size() + objects.getLength(), 2 * existing->size()));
+            }
             for (unsigned i = 0; existing != nullptr && i < objects.getLength(); ++i) {
                 if (exists(objects[i])) {
                     existing->push_back(objects[i]);
@@ -386,7 +386,7 @@ void TreflectORB::learnClassCodes(Transport::TerminationId target, TipprmiStream
 
 void TreflectORB::unsubscribe(const Event &event, unsigned cc) {
     TipprmiStream request(allocateRequest(kRequestSize), true);
-    TipprmiStream response(static_cast<int>(kResponseSize));
+    TipprmiAny response; // which costs no memory: it becomes the stream of the answer
     request.msg().type(event.endOfSubscription);
     request << cc;
     for (const Transport::TerminationId &target : otherMembers()) {
