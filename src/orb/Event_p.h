@@ -8,6 +8,7 @@ struct TreflectORB::Event {
     TreflectMessage::type_t subscription;
     TreflectMessage::type_t endOfSubscription;
     std::vector<TreflectObserver *> MetaData::*observers;
+    unsigned MetaData::*observersToCome;
     std::set<TreflectOrbId> MetaData::*remote;
     const std::unique_ptr<TreflectMissedOrbs> TreflectORB::*missed;
 };

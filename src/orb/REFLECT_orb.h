@@ -10,6 +10,7 @@
 #include "platform/Termination.h"
 #include "platform/ThreadAnnotations.h"
 #include "rmi/IPPRMI_sequence.h"
+#include "threads/BrokerLocks.h"
 #include "threads/HandlerThreadPolicies.h"
 
 #include <array>
@@ -48,6 +49,9 @@ public:
         std::set<const TreflectServerObject *> objects;
         std::set<TreflectOrbId> remoteCreationObservers;
         std::set<TreflectOrbId> remoteDeletionObservers;
+        // Observers that are being registered: subscribed for, but not among the above yet.
+        unsigned creationObserversToCome = 0;
+        unsigned deletionObserversToCome = 0;
     };
 
     /** Requests and one-way messages to one target. */
@@ -176,10 +180,12 @@ public:
     bool notifyCreation(unsigned cc, const TreflectServerObject &object);
     bool notifyDeletion(unsigned cc, const TreflectServerObject &object);
     /**
-     * From now on the observer is told of each object of the class that is made, or deleted, in the group; of those
-     * that are there already, too, if asked for, before this returns. The first observer of a class subscribes at all
-     * other brokers, the last to go unsubscribes; that blocks as forwardMsg() does. False, and not registered, when
-     * memory is short.
+     * Once this has returned the observer is told of each object of the class that is made, or deleted, in the group;
+     * of those that are there already, too, if asked for, before this returns. An object that is made meanwhile may be
+     * told of not at all, or, if the existing ones are asked for and the observer is registered already, twice: as a
+     * new one and as an existing one. The first observer of a class subscribes at all other brokers, the last to go
+     * unsubscribes; that blocks as forwardMsg() does, and one thread at a time does it. From every thread, at any time:
+     * these three take the run permission, and give it up meanwhile. False, and not registered, when memory is short.
      *
      * Observers are told without the run permission: in the thread that makes or deletes the object, in a worker if
      * that is another actor's, in the calling thread of what is there already, in the membership thread of what a
@@ -193,14 +199,16 @@ public:
     bool observeDeletions(const unsigned &cc, TreflectObserver &observer);
     /**
      * From both. A list that is empty then is unsubscribed at all other brokers, which blocks as forwardMsg() does,
-     * also if the observer was not in it. Brokers end both subscriptions when they are asked to end one: once the last
-     * observer of creations has gone, those of deletions hear of this actor's objects only, and the other way round.
+     * also if the observer was not in it. Brokers end both subscriptions when they are asked to end one: observers of
+     * creations that stay hear of this actor's objects only if nobody observes deletions then, and the other way round,
+     * until registerForOCN() or registerForODN() subscribes for them again.
      */
     void removeObserver(const unsigned &cc, TreflectObserver &observer);
 
     // Subscriptions at one other broker, or at all if `orb` is null, which block as forwardMsg() does. Brokers known
     // not to have the class are left out.
-    /** `existing` is filled with the objects that they have; null: they are not asked for them. */
+    /** `existing` is emptied, and filled with all objects of the class that those brokers have now; null: they are not
+     *  asked for them. */
     void registerForOCN(unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
     void registerForODN(unsigned cc, const TreflectOrbId *orb);
     // Their ends, at all other brokers, whatever classes these have; either ends both.
@@ -213,10 +221,12 @@ public:
     void addRemoteDeletionObserver(const unsigned &cc, const TreflectOrbId &orb);
     void removeRemoteObserver(const unsigned &cc, const TreflectOrbId &orb);
 
-    /** Tells the observers of this actor, each once. */
+    /** Tells the observers of this actor, each once. Takes the run permission and gives it up for each of them; blocks
+     *  as long as they do. */
     void gotCreation(const unsigned &cc, const TreflectObject &object);
     void gotDeletion(const unsigned &cc, const TreflectObject &object);
-    /** Subscribes at a broker that has come up. */
+    /** Subscribes at a broker that has come up for all observed classes, which blocks as forwardMsg() does, and tells
+     *  the observers of creations of the objects that it has, as gotCreation(). */
     void orbAppeared(const TreflectOrbId &orb);
 
     /**
@@ -229,10 +239,11 @@ public:
     void registerOrbDeletion(TreflectOrbObserverIf *observer);
     /**
      * The observer is told no more when this returns, so it may be destroyed. Waits for a callback of it that is
-     * running, so never with a lock that this may wait for. Called from inside a callback it waits for nothing: then an
-     * observer may still be told of the event that is being told, unless it is destroyed; the one whose callback it is
-     * must not be. It does not wait for a registerOrbCreation() of the observer that tells it of existing ones in
-     * another thread.
+     * running: never call this with a lock that the callback may wait for, nor in a method that the callback calls, by
+     * way of another actor, either: each would wait for the other. Called from inside a callback, in its thread, it
+     * waits for nothing: then an observer may still be told of the event that is being told, unless it is destroyed;
+     * the one whose callback it is must not be. It does not wait for a registerOrbCreation() of the observer that tells
+     * it of existing ones in another thread.
      */
     void unregisterOrbNotifications(TreflectOrbObserverIf *observer);
 
@@ -353,17 +364,19 @@ private:
 
     // Creations and deletions.
     struct Event;
+    class ObserverToCome;
+    class SubscriptionTurn;
     static const Event kCreation;
     static const Event kDeletion;
     void notify(const Event &event, unsigned cc, const TreflectServerObject &object);
     void tellOthers(const Event &event, unsigned cc, const TreflectObject &source);
     void got(const Event &event, unsigned cc, const TreflectObject &object);
     bool observe(const Event &event, unsigned cc, TreflectObserver &observer, bool plusExisting);
-    void removeObserver(const Event &event, unsigned cc, TreflectObserver &observer);
     void subscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
     bool trySubscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
     void unsubscribe(const Event &event, unsigned cc);
     bool isObserved(const Event &event, unsigned cc) const;
+    bool isWanted(const Event &event, unsigned cc) const;
     void renewSubscriptions(unsigned cc, const TreflectOrbId &orb);
     bool mayHave(Transport::TerminationId target, unsigned cc) const;
     void learnClassCodes(Transport::TerminationId target, TipprmiStream &response);
@@ -399,6 +412,7 @@ private:
     std::map<Transport::TerminationId, std::vector<unsigned>> classCodes_; // with the run permission
     const std::unique_ptr<TreflectMissedOrbs> missedCreations_;
     const std::unique_ptr<TreflectMissedOrbs> missedDeletions_;
+    TreflectMutex subscriptionTurn_;
     const std::unique_ptr<TreflectOrbObserver> orbObserver_; // the first to go: its thread uses the broker
 };
 

@@ -82,6 +82,10 @@ void tellOfOwnObjects(TreflectORB &orb, unsigned cc, TreflectObserver &observer,
     }
 }
 
+void remove(std::vector<TreflectObserver *> &observers, TreflectObserver &observer) {
+    observers.erase(std::remove(observers.begin(), observers.end(), &observer), observers.end());
+}
+
 /** Objects that others have, as one wanted to be told of them: what could not be read is nothing. */
 bool exists(const TreflectObject &object) {
     return object.getStub() != nullptr && !TreflectObjectHandler::isInvalidStub(*object.getStub());
@@ -93,14 +97,66 @@ const TreflectORB::Event TreflectORB::kCreation{TreflectMessage::tOCN,
                                                 TreflectMessage::tOCNSU,
                                                 TreflectMessage::tOCNUN,
                                                 &MetaData::creationObservers,
+                                                &MetaData::creationObserversToCome,
                                                 &MetaData::remoteCreationObservers,
                                                 &TreflectORB::missedCreations_};
 const TreflectORB::Event TreflectORB::kDeletion{TreflectMessage::tODN,
                                                 TreflectMessage::tODNSU,
                                                 TreflectMessage::tODNUN,
                                                 &MetaData::deletionObservers,
+                                                &MetaData::deletionObserversToCome,
                                                 &MetaData::remoteDeletionObservers,
                                                 &TreflectORB::missedDeletions_};
+
+/** Subscribing, and its end, at all brokers is for one thread at a time: else what the one says could reach a broker
+ *  behind what the other says later. Waited for without the run permission. */
+class TreflectORB::SubscriptionTurn {
+public:
+    explicit SubscriptionTurn(TreflectORB &orb)
+        : lock_(SingletonInstances::inForkedChild() ? nullptr : &orb.subscriptionTurn_) {
+        if (lock_ != nullptr) {
+            lock_->lock();
+        }
+    }
+    ~SubscriptionTurn() {
+        if (lock_ != nullptr) {
+            lock_->unlock();
+        }
+    }
+    SubscriptionTurn(const SubscriptionTurn &) = delete;
+    SubscriptionTurn &operator=(const SubscriptionTurn &) = delete;
+
+private:
+    TreflectMutex *const lock_; // null in a forked child, where it may be held for ever
+};
+
+/** Whoever removes the last observer meanwhile must not end the subscription that this one counts on. */
+class TreflectORB::ObserverToCome {
+public:
+    ObserverToCome(TreflectORB &orb, const Event &event, unsigned cc) : orb_(orb), event_(event), cc_(cc) {
+        if (MetaData *const data = orb_.getMetaData(cc_)) {
+            ++(data->*event_.observersToCome);
+            counted_ = true;
+        }
+    }
+    ~ObserverToCome() {
+        const auto entry = orb_.metaData_.find(cc_);
+        if (counted_ && entry != orb_.metaData_.end() && (*entry->second).*event_.observersToCome != 0) {
+            --((*entry->second).*event_.observersToCome);
+        }
+    }
+    ObserverToCome(const ObserverToCome &) = delete;
+    ObserverToCome &operator=(const ObserverToCome &) = delete;
+
+    /** False if memory is short. */
+    bool isCounted() const noexcept { return counted_; }
+
+private:
+    TreflectORB &orb_;
+    const Event &event_;
+    const unsigned cc_;
+    bool counted_ = false;
+};
 
 // --- an object is created or deleted here ---------------------------------------------------------------------------
 
@@ -208,6 +264,11 @@ bool TreflectORB::observe(const Event &event, unsigned cc, TreflectObserver &obs
     constexpr char what[] = "register an observer";
     const Counted inside(callers_);
     TreflectHandlerState state(true);
+    const ObserverToCome toCome(*this, event, cc);
+    if (!toCome.isCounted()) {
+        noMemory(what);
+        return false;
+    }
     Reported reported;
     if (plusExisting) {
         tellOfOwnObjects(*this, cc, observer, reported);
@@ -237,23 +298,24 @@ bool TreflectORB::observe(const Event &event, unsigned cc, TreflectObserver &obs
     return true;
 }
 
+/** The last one to go ends the subscription; so does one that was not there. */
 void TreflectORB::removeObserver(const unsigned &cc, TreflectObserver &observer) {
     const Counted inside(callers_);
     TreflectHandlerState state(true);
-    removeObserver(kCreation, cc, observer);
-    removeObserver(kDeletion, cc, observer);
-}
-
-/** The last one to go ends the subscription; so does one that was not there. */
-void TreflectORB::removeObserver(const Event &event, unsigned cc, TreflectObserver &observer) {
     MetaData *const data = getMetaData(cc);
     if (data == nullptr) {
         return;
     }
-    std::vector<TreflectObserver *> &observers = data->*event.observers;
-    observers.erase(std::remove(observers.begin(), observers.end(), &observer), observers.end());
-    if (observers.empty()) {
-        unsubscribe(event, cc);
+    remove(data->creationObservers, observer);
+    remove(data->deletionObservers, observer);
+    if (isWanted(kCreation, cc) && isWanted(kDeletion, cc)) {
+        return;
+    }
+    const SubscriptionTurn turn(*this); // for both: brokers end both subscriptions when they are asked to end one
+    for (const Event *event : {&kCreation, &kDeletion}) {
+        if (!isWanted(*event, cc)) {
+            unsubscribe(*event, cc);
+        }
     }
 }
 
@@ -265,8 +327,7 @@ void TreflectORB::forget(TreflectObserver &observer) {
     SingletonInstances::forEach([&observer](TreflectORB &orb) {
         for (const auto &entry : orb.metaData_) {
             for (const Event *event : {&kCreation, &kDeletion}) {
-                std::vector<TreflectObserver *> &observers = (*entry.second).*event->observers;
-                observers.erase(std::remove(observers.begin(), observers.end(), &observer), observers.end());
+                remove((*entry.second).*event->observers, observer);
             }
         }
     });
@@ -295,16 +356,23 @@ void TreflectORB::registerForODN(unsigned cc, const TreflectOrbId *orb) {
 
 bool TreflectORB::trySubscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing,
                                const TreflectOrbId *orb) {
+    TreflectHandlerState state(true);
+    if (orb != nullptr) { // in no turn: the membership thread must not wait for who waits for a broker that is gone
+        return tried("subscribe", [&] { subscribe(event, cc, existing, orb); });
+    }
+    const SubscriptionTurn turn(*this);
     return tried("subscribe", [&] { subscribe(event, cc, existing, orb); });
 }
 
 void TreflectORB::unregisterFromOCN(unsigned cc) {
     const Counted inside(callers_);
+    const SubscriptionTurn turn(*this);
     unsubscribe(kCreation, cc);
 }
 
 void TreflectORB::unregisterFromODN(unsigned cc) {
     const Counted inside(callers_);
+    const SubscriptionTurn turn(*this);
     unsubscribe(kDeletion, cc);
 }
 
@@ -317,7 +385,6 @@ bool TreflectORB::mayHave(Transport::TerminationId target, unsigned cc) const {
 
 void TreflectORB::subscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing,
                             const TreflectOrbId *orb) {
-    TreflectHandlerState state(true);
     TipprmiStream request(allocateRequest(kRequestSize), true);
     TipprmiAny response; // which costs no memory: it becomes the stream of the answer
     request.msg().type(event.subscription);
@@ -440,4 +507,10 @@ void TreflectORB::renewSubscriptions(unsigned cc, const TreflectOrbId &orb) {
 bool TreflectORB::isObserved(const Event &event, unsigned cc) const {
     const auto entry = metaData_.find(cc);
     return entry != metaData_.end() && !((*entry->second).*event.observers).empty();
+}
+
+/** Observed, or about to be. */
+bool TreflectORB::isWanted(const Event &event, unsigned cc) const {
+    const auto entry = metaData_.find(cc);
+    return isObserved(event, cc) || (entry != metaData_.end() && (*entry->second).*event.observersToCome != 0);
 }
