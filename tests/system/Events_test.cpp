@@ -1,9 +1,12 @@
+#include "support/Deadline.h"
 #include "support/TempDir.h"
 #include "system/Actor.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <iterator>
 #include <map>
@@ -242,34 +245,124 @@ TEST_F(Model, SaysWhatEachIsTold) {
                 restarts);
 }
 
+/** Numbers of the objects, by who made them, in the order in which one was told of them. */
+using Told = std::map<std::string, std::vector<unsigned>>;
+
 /** Four actors make and delete objects at the same time, two watch all the time and two now and then, and one of those
- *  that make objects dies: of each of them each steady watcher is told without gaps and in order, up to the end, or up
- * to some event of the last object that was worked at. */
-TEST_F(Events, OfManyAtOnce) {
-    constexpr unsigned kMakers = 4;
-    constexpr unsigned kEach = kObjects / kMakers;
+ *  that make objects dies. */
+class Crowd : public Events {
+protected:
+    static constexpr unsigned kMakers = 4;
+    static constexpr unsigned kEach = kObjects / kMakers;
+    using Lines = std::vector<std::string>;
+    struct Place {
+        std::size_t created = 0;
+        std::size_t deleted = 0;
+    };
+
+    Crowd() {
+        for (unsigned i = 0; i < kMakers; ++i) {
+            makers.push_back(start(i + 1));
+        }
+        std::vector<Actor *> present;
+        for (unsigned i = 0; i < 4; ++i) {
+            watchers.push_back(start(i + 5));
+            present.push_back(watchers.back().get());
+        }
+        for (const auto &maker : makers) {
+            present.push_back(maker.get());
+        }
+        meet(present);
+    }
+    void beginToMake() {
+        for (unsigned i = 0; i < kMakers; ++i) {
+            makers[i]->ask("object churn m" + std::to_string(i) + "_ " + std::to_string(kEach), "object ");
+        }
+    }
+    static Lines lines(Actor &watcher, const char *what) { return watcher.sofar(std::string(what) + " "); }
+    static Place place(Actor &watcher) { return {lines(watcher, "created").size(), lines(watcher, "deleted").size()}; }
+    static Told byMaker(const Lines &lines, std::size_t from, std::size_t to) {
+        Told told;
+        for (std::size_t i = from; i < to; ++i) {
+            told[lines[i].substr(0, 2)].push_back(static_cast<unsigned>(std::stoul(lines[i].substr(3))));
+        }
+        return told;
+    }
+    /** In order, and without gaps but among those of each maker that come first. */
+    static void expectInOrder(const Told &told, std::size_t mayHaveGaps) {
+        for (const auto &[maker, numbers] : told) {
+            for (std::size_t i = 1; i < numbers.size(); ++i) {
+                ASSERT_LE(numbers[i - 1] + (i <= mayHaveGaps ? 0 : 1), numbers[i]) << maker;
+                ASSERT_TRUE(i <= mayHaveGaps || numbers[i - 1] + 1 == numbers[i]) << maker << ' ' << numbers[i];
+            }
+        }
+    }
+    /** What one is told that watches from the start to the first place, and from each place to the next one. */
+    static void expectPeriodsInOrder(Actor &watcher, const std::vector<Place> &ends) {
+        const Lines created = lines(watcher, "created");
+        const Lines deleted = lines(watcher, "deleted");
+        Place begin;
+        for (const Place &end : ends) {
+            const bool first = begin.created == 0;
+            // First of all may come what it was being told when it left before, and what was there when it came back.
+            expectInOrder(byMaker(created, begin.created, end.created), first ? 0 : 2);
+            expectInOrder(byMaker(deleted, begin.deleted, end.deleted), first ? 0 : 1);
+            begin = end;
+        }
+        for (const auto &[maker, numbers] : byMaker(created, 0, ends.front().created)) {
+            EXPECT_EQ(0U, numbers.front()) << maker << ", which had begun to make objects later";
+        }
+        // Then nothing, but what each of the makers was telling.
+        Told rest = byMaker(created, begin.created, created.size());
+        for (const auto &[maker, numbers] : byMaker(deleted, begin.deleted, deleted.size())) {
+            rest[maker].insert(rest[maker].end(), numbers.begin(), numbers.end());
+        }
+        for (const auto &[maker, numbers] : rest) {
+            EXPECT_GE(1U, numbers.size()) << maker;
+        }
+    }
+    /** Up to the end; of the first one, which died, up to some event of the object that was worked at. */
+    static void expectAll(Actor &watcher, std::size_t ofTheFirst) {
+        for (const char *what : {"created", "deleted"}) {
+            const Lines all = lines(watcher, what);
+            const Told told = byMaker(all, 0, all.size());
+            EXPECT_EQ(kMakers, told.size());
+            expectInOrder(told, 0);
+            for (const auto &[maker, numbers] : told) {
+                EXPECT_EQ(0U, numbers.front()) << what << ' ' << maker;
+                if (maker == "m0") {
+                    EXPECT_LE(ofTheFirst, numbers.size()) << what;
+                    EXPECT_GE(ofTheFirst + 1, numbers.size()) << what;
+                } else {
+                    EXPECT_EQ(maker == "m1" ? kEach + 1 : kEach, numbers.size()) << what << ' ' << maker;
+                }
+            }
+        }
+    }
+
     std::vector<std::unique_ptr<Actor>> makers;
-    for (unsigned i = 0; i < kMakers; ++i) {
-        makers.push_back(start(i + 1));
-    }
     std::vector<std::unique_ptr<Actor>> watchers;
-    std::vector<Actor *> present;
-    for (unsigned i = 0; i < 4; ++i) {
-        watchers.push_back(start(i + 5));
-        present.push_back(watchers.back().get());
+};
+
+TEST_F(Crowd, IsToldInOrderAndWithoutGaps) {
+    for (const auto &watcher : watchers) {
+        watcher->ask("events watch", "events ");
     }
-    for (const auto &maker : makers) {
-        present.push_back(maker.get());
-    }
-    meet(present);
-    watchers[0]->ask("events watch", "events ");
-    watchers[1]->ask("events watch", "events ");
-    for (unsigned i = 0; i < kMakers; ++i) {
-        makers[i]->ask("object churn m" + std::to_string(i) + "_ " + std::to_string(kEach), "object ");
-    }
-    for (unsigned i = 0; i < 10; ++i) {
+    beginToMake();
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    std::map<Actor *, std::vector<Place>> ends;
+    for (unsigned i = 0; i < 9; ++i) {
         for (unsigned late : {2U, 3U}) {
-            EXPECT_EQ("ok", watchers[late]->ask(i % 2 == 0 ? "events watchall" : "events unwatch", "events "));
+            Actor &watcher = *watchers[late];
+            if (i == 0) {
+                while (lines(watcher, "deleted").size() <= kMakers) {
+                    ASSERT_NE(0, Testing::leftUntil(limit));
+                }
+            }
+            EXPECT_EQ("ok", watcher.ask(i % 2 == 0 ? "events unwatch" : "events watchall", "events "));
+            if (i % 2 == 0) {
+                ends[&watcher].push_back(place(watcher));
+            }
         }
     }
     const std::string middle = std::to_string(kEach / 2);
@@ -281,26 +374,35 @@ TEST_F(Events, OfManyAtOnce) {
         while (makers[i]->expect("churned ") != std::to_string(kEach - 1)) {
         }
     }
-    for (unsigned steady : {0U, 1U}) {
-        for (const char *what : {"created", "deleted"}) {
-            std::map<std::string, std::vector<std::string>> told; // by maker
-            for (const std::string &name : watchers[steady]->sofar(std::string(what) + " ")) {
-                told[name.substr(0, 2)].push_back(name);
-            }
-            EXPECT_EQ(kMakers, told.size());
-            for (const auto &[maker, names] : told) {
-                for (std::size_t i = 0; i < names.size(); ++i) {
-                    ASSERT_EQ(maker + "_" + std::to_string(i), names[i]) << what;
-                }
-                if (maker == "m0") {
-                    EXPECT_LE(known, names.size()) << what;
-                    EXPECT_GE(known + 1, names.size()) << what;
-                } else {
-                    EXPECT_EQ(kEach, names.size()) << what << ' ' << maker;
-                }
-            }
-        }
+    create(*makers[1], "m1_" + std::to_string(kEach)); // after all that
+    erase(*makers[1], "m1_" + std::to_string(kEach));
+    for (const auto &[watcher, places] : ends) {
+        expectPeriodsInOrder(*watcher, places);
     }
+    for (unsigned steady : {0U, 1U}) {
+        expectAll(*watchers[steady], known);
+    }
+}
+
+/** The broker that stops in the middle of being asked has not answered. */
+TEST_F(Events, AWatcherThatLeavesReportsWhoDiedInstead) {
+    const auto one = start(1);
+    const auto three = start(2); // which is asked before the next one
+    const auto two = start(2);
+    meet({one.get(), two.get(), three.get()});
+    one->ask("events watch", "events ");
+    EXPECT_EQ("1 1", two->ask("events subscribers", "events "));
+    two->signal(SIGSTOP);
+    one->tell("events unwatch");
+    EXPECT_TRUE(three->askUntil("events subscribers", "events ", "0 0"));
+    two->kill();
+    EXPECT_EQ("ok", one->expect("events "));
+    const std::string id = idOf(*two);
+    EXPECT_TRUE(one->waitLog("could not unregister from 0x" + id.substr(id.find_first_not_of('0')) + "\n"));
+    create(*three, "thing");
+    erase(*three, "thing");
+    EXPECT_EQ(Names{}, all(*one, "created"));
+    EXPECT_EQ(Names{}, all(*one, "deleted"));
 }
 
 } // namespace
