@@ -81,11 +81,6 @@ TEST(MethodAtWork, OfTheOwnThreadDoesNotCount) {
     });
 }
 
-TEST(MethodAtWork, ThatIsNoObjectsIsNotListed) {
-    const MethodAtWork none(nullptr);
-    TestThread([] { EXPECT_FALSE(MethodAtWork::isOtherIn(*static_cast<TreflectServerObject *>(nullptr))); });
-}
-
 TEST(MethodAtWork, NeedsNoMemory) {
     const Testing::HeapProbe probe;
     const MethodAtWork one(&object(0));
