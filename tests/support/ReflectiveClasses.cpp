@@ -4,6 +4,7 @@
 #include "threads/HandlerState.h"
 
 #include <cstdlib>
+#include <new>
 
 namespace Testing {
 namespace {
@@ -37,6 +38,24 @@ constexpr TipprmiMethod<PortSkeleton, unsigned, TipprmiIn<unsigned>, TipprmiInOu
 constexpr TipprmiMethod<PortSkeleton, void> kBlink{"blink", Port::CLASS_ID, Port::mcBlink, &PortSkeleton::blink, false};
 
 /** Unless the process of a scenario is to know no class yet. */
+/** An attribute with elements; left out without memory for it. */
+template <class MetaAttribute>
+void addElements(TreflectMetaObject &of, const char *name, const TreflectMetaOperation *get, int length,
+                 TreflectMetaObject *type) {
+    auto *const attribute = new (std::nothrow) MetaAttribute(name, &of, get, nullptr, length);
+    if (attribute != nullptr) {
+        attribute->registerType(type);
+        of.registerAttribute(attribute);
+    }
+}
+
+/** Without memory there may be no such operation. */
+void addParameter(TreflectMetaOperation *operation, const char *name, const char *type) {
+    if (operation != nullptr) {
+        operation->registerParameter(name, type);
+    }
+}
+
 const bool atLoad __attribute__((used)) = std::getenv("REFLECTORB_TEST_NO_CLASSES") != nullptr ||
                                           (EquipmentMeta::instance() != nullptr && PortMeta::instance() != nullptr);
 
@@ -196,7 +215,9 @@ void EquipmentMeta::completeMetaInformation() {
         {"getserial", Equipment::mcGetserial}, {"getcarrier", Equipment::mcGetcarrier}, {"reset", Equipment::mcReset}};
     static const MetaAttrData attributes[] = {{"serial"}, {"carrier"}};
     completeMetaInformationHelper(operations, 3, attributes, 2);
-    metaAttribute("carrier")->registerType(this);
+    if (TreflectMetaAttribute *const carrier = metaAttribute("carrier")) {
+        carrier->registerType(this);
+    }
 }
 
 void PortMeta::completeMetaInformation() {
@@ -214,16 +235,12 @@ void PortMeta::completeMetaInformation() {
         {"getlanes", Port::mcGetlanes}, {"setRate", Port::mcSetRate},     {"blink", Port::mcBlink}};
     static const MetaAttrData attributes[] = {{"label"}, {"speed"}, {"faults"}};
     completeMetaInformationHelper(operations, 9, attributes, 3);
-    auto *const members = new TreflectSequenceMetaAttribute("members", this, metaOperation_("getmembers"), nullptr, 0);
-    members->registerType(equipment);
-    registerAttribute(members);
-    auto *const lanes = new TreflectArrayMetaAttribute("lanes", this, metaOperation_("getlanes"), nullptr, 4);
-    lanes->registerType(equipment);
-    registerAttribute(lanes);
+    addElements<TreflectSequenceMetaAttribute>(*this, "members", metaOperation_("getmembers"), 0, equipment);
+    addElements<TreflectArrayMetaAttribute>(*this, "lanes", metaOperation_("getlanes"), 4, equipment);
     TreflectMetaOperation *const rate = metaOperation_("setRate");
-    rate->registerParameter("bps", "unsigned long");
-    rate->registerParameter("mode", "string");
-    rate->registerParameter("effective", "unsigned long");
+    addParameter(rate, "bps", "unsigned long");
+    addParameter(rate, "mode", "string");
+    addParameter(rate, "effective", "unsigned long");
 }
 
 } // namespace Testing

@@ -189,7 +189,10 @@ public:
     unsigned speed() override { return ownSpeed; }
     void speed(unsigned value) override { ownSpeed = value; }
     unsigned faults() override { return faultCount; }
-    TipprmiSequence<TreflectObject> members() override { return memberList; }
+    TipprmiSequence<TreflectObject> members() override {
+        ++memberReads;
+        return memberList;
+    }
     Lanes lanes() override { return laneList; }
     /** Ten times the rate, of which at most 1000 takes effect; "?" is put behind the mode. Or Busy, if that is asked
      *  for. */
@@ -211,6 +214,7 @@ public:
     Busy busy;
     TipprmiSequence<TreflectObject> memberList;
     Lanes laneList;
+    std::atomic<int> memberReads{0};
     std::atomic<int> rateCalls{0};
     std::atomic<int> blinks{0};
 };

@@ -59,7 +59,10 @@ void ChassisMeta::completeMetaInformation() {
     static constexpr MetaOpData operations[] = {{"getslots", Chassis::mcGetslots}};
     static constexpr MetaAttrData none[] = {{""}};
     completeMetaInformationHelper(operations, 1, none, 0);
-    auto *const slots = new TreflectSequenceMetaAttribute("slots", this, metaOperation_("getslots"), nullptr, 0);
-    slots->registerType(slot);
-    registerAttribute(slots);
+    auto *const slots =
+        new (std::nothrow) TreflectSequenceMetaAttribute("slots", this, metaOperation_("getslots"), nullptr, 0);
+    if (slots != nullptr) {
+        slots->registerType(slot);
+        registerAttribute(slots);
+    }
 }

@@ -72,6 +72,8 @@ void PortMeta::completeMetaInformation() {
     completed_ = 1;
     completeMetaInformationHelper(kOperations, lengthOf(kOperations), kAttributes, lengthOf(kAttributes));
     for (const Parameter &parameter : kParameters) {
-        metaOperation_(parameter.operation)->registerParameter(parameter.name, parameter.type);
+        if (TreflectMetaOperation *const operation = metaOperation_(parameter.operation)) {
+            operation->registerParameter(parameter.name, parameter.type);
+        }
     }
 }

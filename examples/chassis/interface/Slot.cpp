@@ -78,9 +78,15 @@ void SlotMeta::completeMetaInformation() {
         {"getnumber", Slot::mcGetnumber}, {"getpid", Slot::mcGetpid}, {"getports", Slot::mcGetports}};
     static constexpr MetaAttrData attributes[] = {{"number"}, {"pid"}};
     completeMetaInformationHelper(operations, 3, attributes, 2);
-    metaOperation_("getnumber")->registerParameter("value", "unsigned long");
-    metaOperation_("getpid")->registerParameter("value", "unsigned long");
-    auto *const ports = new TreflectSequenceMetaAttribute("ports", this, metaOperation_("getports"), nullptr, 0);
-    ports->registerType(port);
-    registerAttribute(ports);
+    for (const char *name : {"getnumber", "getpid"}) {
+        if (TreflectMetaOperation *const operation = metaOperation_(name)) {
+            operation->registerParameter("value", "unsigned long");
+        }
+    }
+    auto *const ports =
+        new (std::nothrow) TreflectSequenceMetaAttribute("ports", this, metaOperation_("getports"), nullptr, 0);
+    if (ports != nullptr) {
+        ports->registerType(port);
+        registerAttribute(ports);
+    }
 }
