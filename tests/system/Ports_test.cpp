@@ -40,7 +40,7 @@ TEST_F(Ports, HaveAttributesThatAreReadAndSet) {
         EXPECT_EQ(speed, ask(*caller, "speed p " + speed));
         EXPECT_EQ("up" + speed, ask(*caller, "label p up" + speed));
         EXPECT_EQ("S-p", ask(*caller, "serial p"));
-        EXPECT_EQ("0", ask(*caller, "faults p"));
+        EXPECT_EQ("3", ask(*caller, "faults p"));
         for (Actor *reader : {&owner, &other}) {
             EXPECT_EQ(speed, ask(*reader, "speed p"));
             EXPECT_EQ("0 " + speed, ask(*reader, "number p speed"));
@@ -70,13 +70,15 @@ TEST_F(Ports, HoldObjectsOfAnyActor) {
         EXPECT_EQ("q r", ask(*caller, "members p"));
         EXPECT_EQ("q r - -", ask(*caller, "lanes p"));
         EXPECT_EQ("0 r", ask(*caller, "element p members 1"));
-        EXPECT_EQ("0 -", ask(*caller, "element p members 2"));
+        EXPECT_EQ("0 p", ask(*caller, "element p members 2")) << "there is none: it is as it was";
         EXPECT_EQ("0 q", ask(*caller, "element p lanes 0"));
         EXPECT_EQ("0 r", ask(*caller, "element p lanes 1"));
-        EXPECT_EQ("0 -", ask(*caller, "element p lanes 4"));
+        EXPECT_EQ("0 -", ask(*caller, "element p lanes 3")) << "an element that is no object";
+        EXPECT_EQ("0 p", ask(*caller, "element p lanes 4"));
         EXPECT_EQ("0 q", ask(*caller, "plain p lanes 1")) << "a handle that the object gives out knows of no elements";
         EXPECT_EQ("", ask(*caller, "members q"));
     }
+    EXPECT_EQ("0 2", ask(owner, "reads q")) << "which has answered that it has none";
 }
 
 TEST_F(Ports, LeadToOneAnother) {
@@ -96,6 +98,7 @@ TEST_F(Ports, LeadToOneAnother) {
         EXPECT_EQ("5", ask(*caller, "do p nothing"));
         EXPECT_EQ("-", ask(*caller, "class nothing"));
     }
+    EXPECT_EQ("4 0", ask(other, "reads r")) << "has answered that nobody carries it";
     EXPECT_EQ("2", ask(other, "resets r"));
     EXPECT_EQ("0", ask(owner, "resets q"));
     EXPECT_EQ("2", ask(owner, "blinks p"));

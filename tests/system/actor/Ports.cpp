@@ -71,6 +71,7 @@ std::string onMake(Arguments &arguments) {
     const std::string name = word(arguments);
     ports()[name] = std::make_unique<ActorPort>(name.c_str(), nullptr, name);
     ports()[name]->serialNumber = "S-" + name;
+    ports()[name]->faultCount = 3;
     return "made";
 }
 
@@ -166,7 +167,7 @@ std::string onElement(Arguments &arguments) {
     const auto *const array = dynamic_cast<const TreflectArrayMetaAttribute *>(described);
     const auto *const sequence = dynamic_cast<const TreflectSequenceMetaAttribute *>(described);
     TreflectAttribute &attribute = *(array != nullptr ? array->getTied(&object) : sequence->getTied(&object));
-    TreflectObject element;
+    TreflectObject element(object);
     const int code = attribute[static_cast<int>(number(arguments))].get(element);
     return std::to_string(code) + " " + nameOf(element);
 }
@@ -287,6 +288,11 @@ std::string onThreads(Arguments &arguments) {
     return std::to_string(good) + " of " + std::to_string(count * rounds);
 }
 
+std::string onReads(Arguments &arguments) {
+    const ActorPort &port = own(arguments);
+    return std::to_string(port.carrierReads) + " " + std::to_string(port.memberReads);
+}
+
 std::string onBlink(Arguments &arguments) {
     named(arguments).blink();
     return "ok";
@@ -315,6 +321,7 @@ constexpr Command kCommands[] = {
     {"class", &onClass},
     {"threads", &onThreads},
     {"resets", [](Arguments &arguments) { return std::to_string(own(arguments).resets); }},
+    {"reads", &onReads},
     {"blink", &onBlink},
     {"blinks", [](Arguments &arguments) { return std::to_string(own(arguments).blinks); }},
     {"number", &readByName<unsigned>},
