@@ -98,6 +98,25 @@ public:
         --waiting_;
         return !found;
     }
+    void abandon(const TreflectServerObject &object) {
+        const Locked lock(lock_);
+        for (MethodAtWork *one = first_; one != nullptr; one = one->next_) {
+            one->isAbandoned_ = one->isAbandoned_ || one->object_ == &object;
+        }
+        hasAbandoned_.store(true, std::memory_order_relaxed);
+    }
+    bool isThisThreadAbandoned() {
+        if (!hasAbandoned_.load(std::memory_order_relaxed)) { // written with the run permission
+            return false;
+        }
+        const unsigned long self = OSWrap::Thread::getCurrentId();
+        const Locked lock(lock_);
+        const MethodAtWork *one = first_;
+        while (one != nullptr && (!one->isAbandoned_ || one->thread_ != self)) {
+            one = one->next_;
+        }
+        return one != nullptr;
+    }
 
 private:
     bool find(const TreflectServerObject &object) const RB_REQUIRES(lock_) {
@@ -116,6 +135,7 @@ private:
     MethodAtWork *first_ RB_GUARDED_BY(lock_) = nullptr;
     unsigned waiting_ RB_GUARDED_BY(lock_) = 0;
     std::atomic<unsigned> count_{0};
+    std::atomic<bool> hasAbandoned_{false};
 };
 
 Immortal<MethodAtWork::List> MethodAtWork::List::immortal_;
@@ -151,4 +171,21 @@ bool MethodAtWork::awaitOthers(const TreflectServerObject &object) {
     const bool left = List::instance().awaitOthers(object, end);
     hasWaited = hasWaited || !left;
     return left;
+}
+
+void MethodAtWork::abandon(const TreflectServerObject &object) noexcept {
+    if (!Platform::inForkedChild()) {
+        List::instance().abandon(object);
+    }
+}
+
+void MethodAtWork::goOn() {
+    if (!List::instance().isThisThreadAbandoned()) {
+        return;
+    }
+    const OSWrap::DisableCancelStateGuard uncancelled; // unwinding would meet the object
+    const WithoutPermission released;
+    for (;;) {
+        OSWrap::Thread::sleep(kStep);
+    }
 }

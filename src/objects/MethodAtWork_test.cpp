@@ -185,6 +185,44 @@ TEST(MethodAtWork, AThreadAtItsEndDoesNotWaitForThePermissionForEver) {
     over.open();
 }
 
+SCENARIO(methodOfAnAbandonedObject) {
+    static Gate entered;
+    static Gate abandoned;
+    static Gate freeAgain;
+    new TestThread([] {
+        const MethodAtWork outer(&object(0));
+        const MethodAtWork inner(&object(1));
+        const TreflectHandlerState state(true);
+        MethodAtWork::goOn();
+        entered.open();
+        {
+            const TreflectReleaseHandlerState released;
+            abandoned.pass();
+        }
+        freeAgain.open();
+        MethodAtWork::goOn();
+        Testing::failScenario(__FILE__, __LINE__, "goes on");
+    });
+    SCENARIO_CHECK(entered.pass());
+    {
+        const TreflectHandlerState state(true);
+        MethodAtWork::abandon(object(0));
+        MethodAtWork::goOn(); // the own thread may
+    }
+    abandoned.open();
+    SCENARIO_CHECK(freeAgain.pass());
+    for (int turn = 0; turn < 3; ++turn) { // it gives the permission up
+        const TreflectHandlerState state(true);
+        SCENARIO_CHECK(MethodAtWork::isOtherIn(object(0)));
+    }
+    ::_exit(0);
+}
+
+TEST(MethodAtWork, DoesNotGoOnInAnObjectThatIsAbandoned) {
+    const Testing::ProcessResult result = Testing::runScenario("methodOfAnAbandonedObject");
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
 SCENARIO(methodAtWorkInAForkedChild) {
     const auto atFork = std::make_unique<MethodAtWork>(&object(1));
     const User user;

@@ -100,7 +100,12 @@ bool TreflectServerObject::depart() {
             handler->invalidateStubs(this); // no new one comes
         }
     }
-    return MethodAtWork::awaitOthers(*this);
+    if (MethodAtWork::awaitOthers(*this)) {
+        return true;
+    }
+    const PartingState state;
+    MethodAtWork::abandon(*this);
+    return false;
 }
 
 TreflectObject *TreflectServerObject::getClient() const {
@@ -112,6 +117,8 @@ TreflectObject *TreflectServerObject::getClient() const {
 }
 
 // --- the tree -------------------------------------------------------------------------------------------------------
+
+// Whatever may block is followed by MethodAtWork::goOn(), or by nothing that concerns the object.
 
 TreflectObject TreflectServerObject::getParent() const {
     return parent_;
@@ -150,6 +157,7 @@ TipprmiSequence<TreflectObject> TreflectServerObject::getChilds() const {
             }
             last = child->first;
             childs[count] = child->second;
+            MethodAtWork::goOn();
             ++count;
         }
     } catch (const std::exception &) {
@@ -163,6 +171,7 @@ void TreflectServerObject::registerChild(const std::string &name, const Treflect
     try {
         Children added;
         added.emplace(name, child);
+        MethodAtWork::goOn();
         if (children_ == nullptr) {
             children_ = new Children;
         }
@@ -181,7 +190,9 @@ void TreflectServerObject::unregisterChild(const std::string &name) {
 
 std::string TreflectServerObject::getAbsName() const {
     const std::string own = "/" + getRelName(); // before the parent is asked, which may block
-    return parent_.isConnected() ? parent_.getAbsName() + own : own;
+    const std::string above = parent_.isConnected() ? parent_.getAbsName() : std::string();
+    MethodAtWork::goOn();
+    return above + own;
 }
 
 std::string TreflectServerObject::getRelName() const {
@@ -284,6 +295,7 @@ void TreflectServerObject::answerRegisterObserver(unsigned cc, unsigned mc, Tipp
     unsigned methodCode = 0;
     TreflectObserverClient observer;
     request >> when >> classCode >> methodCode >> observer;
+    MethodAtWork::goOn();
     if (complete(request, cc, mc)) {
         registerObserver(when, classCode, methodCode, observer);
     }
@@ -294,6 +306,7 @@ void TreflectServerObject::answerRemoveObserver(unsigned cc, unsigned mc, Tipprm
                                                 TipprmiStream &response) {
     TreflectObserverClient observer;
     request >> observer;
+    MethodAtWork::goOn();
     if (complete(request, cc, mc)) {
         unRegisterObserver(observer);
     }
@@ -320,9 +333,9 @@ void TreflectServerObject::answerParent(unsigned, unsigned, TipprmiStream &, Tip
 void TreflectServerObject::answerChild(unsigned cc, unsigned mc, TipprmiStream &request, TipprmiStream &response) {
     std::string name;
     request >> name;
-    const TreflectObject child = complete(request, cc, mc) ? getChild(name) : TreflectObject();
+    const bool isComplete = complete(request, cc, mc);
     prepareResponseStream_(response);
-    response << child;
+    response << (isComplete ? getChild(name) : TreflectObject());
 }
 
 void TreflectServerObject::answerChilds(unsigned, unsigned, TipprmiStream &, TipprmiStream &response) {
@@ -335,6 +348,7 @@ void TreflectServerObject::answerRegisterChild(unsigned cc, unsigned mc, Tipprmi
     std::string name;
     TreflectObject child;
     request >> name >> child;
+    MethodAtWork::goOn();
     if (complete(request, cc, mc)) {
         registerChild(name, child);
     }

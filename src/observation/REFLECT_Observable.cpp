@@ -1,5 +1,6 @@
 #include "observation/REFLECT_Observable.h"
 
+#include "objects/MethodAtWork_p.h"
 #include "observation/REFLECT_ObserverClient.h"
 #include "platform/Log.h"
 
@@ -21,6 +22,7 @@ void TreflectObservable::registerObserver(unsigned when, const unsigned &classCo
                                           const TreflectObserverClient &observer) {
     try {
         auto copy = std::make_shared<const TreflectObserverClient>(observer);
+        MethodAtWork::goOn();
         std::unique_ptr<Observers> &observers = when == 0 ? pre_ : post_;
         if (observers == nullptr) {
             observers = std::make_unique<Observers>();
