@@ -245,10 +245,9 @@ TEST_F(DispatchTest, AnObjectWithoutMemoryToTellItsObserversForbidsTheCall) {
 TEST_F(DispatchTest, AnObjectMayMoveWhileItsObserversAreTold) {
     class Mover : public TreflectObserver {
     public:
-        Mover(Node &node, TreflectORB &orb)
-            : TreflectObserver(::name("mover"), nullptr, "mover"), node_(node), orb_(orb) {}
+        explicit Mover(Node &node) : TreflectObserver(::name("mover"), nullptr, "mover"), node_(node) {}
         bool detected() override {
-            node_.connect(&orb_, ::name("r")); // which takes its client away
+            node_.connect(nullptr, TipprmiOID("r", NamespaceId(300))); // there is no such broker; its client goes
             instead = std::make_unique<TreflectObject>(this);
             return true;
         }
@@ -256,7 +255,6 @@ TEST_F(DispatchTest, AnObjectMayMoveWhileItsObserversAreTold) {
 
     private:
         Node &node_;
-        TreflectORB &orb_;
     };
     class Witness : public TreflectObserver {
     public:
@@ -267,9 +265,7 @@ TEST_F(DispatchTest, AnObjectMayMoveWhileItsObserversAreTold) {
         }
         const TipprmiObjectSkeleton *seen = nullptr;
     };
-    TreflectORB *const other = TreflectORB::getInstance(NSID_NODE);
-    ASSERT_NE(nullptr, other);
-    Mover mover(root, *other);
+    Mover mover(root);
     Witness witness;
     root.registerObserver(0, 7, 8, *mover.getClient());
     root.registerObserver(0, 7, 8, *witness.getClient());
