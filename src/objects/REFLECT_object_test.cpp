@@ -2,6 +2,7 @@
 
 #include "objects/REFLECT_objectStub.h"
 #include "objects/REFLECT_serverObject.h"
+#include "observation/REFLECT_Observer.h"
 #include "reflection/REFLECT_metaObject.h"
 #include "reflection/REFLECT_tieds.h"
 #include "rmi/StreamOperators.h"
@@ -315,6 +316,13 @@ TEST_F(HandleTest, WithoutObjectNothingIsKnownAndNobodyIsAsked) {
     none.unregisterChild("a");
     none.registerObserver(0, nullptr, nullptr);
     none.removeObserver(nullptr, nullptr);
+    TreflectObserver observer(name(nullptr), nullptr, "observer");
+    Thing lamp("lamp", kLamp);
+    ASSERT_EQ(&lampMeta, lamp.getClient()->meta());
+    const TreflectMetaOperation *const blink = lampMeta.metaOperation_("blink");
+    ASSERT_NE(nullptr, blink);
+    none.registerObserver(0, blink, &observer);
+    none.removeObserver(blink, &observer);
     EXPECT_TRUE(link.takeIssued().empty());
 }
 

@@ -207,6 +207,7 @@ TEST_F(RemoteParentTest, WhoseAnswerIsCutHasNoChildren) {
         const TreflectObject parent = at(kParent);
         EXPECT_FALSE(parent.getChild("x").isConnected());
         const TipprmiSequence<TreflectObject> childs = parent.getChilds();
+        EXPECT_EQ(3U, childs.getLength()) << "as many as are announced, of no object";
         for (unsigned i = 0; i < childs.getLength(); ++i) {
             EXPECT_FALSE(childs[i].isConnected());
             EXPECT_EQ(TreflectObject().getStub(), childs[i].getStub());
