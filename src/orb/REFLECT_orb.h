@@ -10,7 +10,6 @@
 #include "platform/Termination.h"
 #include "platform/ThreadAnnotations.h"
 #include "rmi/IPPRMI_sequence.h"
-#include "threads/BrokerLocks.h"
 #include "threads/HandlerThreadPolicies.h"
 
 #include <array>
@@ -184,8 +183,8 @@ public:
      * of those that are there already, too, if asked for, before this returns. An object that is made meanwhile may be
      * told of not at all, or, if the existing ones are asked for and the observer is registered already, twice: as a
      * new one and as an existing one. The first observer of a class subscribes at all other brokers, the last to go
-     * unsubscribes; that blocks as forwardMsg() does, and one thread at a time does it. From every thread, at any time:
-     * these three take the run permission, and give it up meanwhile. False, and not registered, when memory is short.
+     * unsubscribes; that blocks as forwardMsg() does. From every thread, at any time: these three take the run
+     * permission, and give it up meanwhile. False, and not registered, when memory is short.
      *
      * Observers are told without the run permission: in the thread that makes or deletes the object, in a worker if
      * that is another actor's, in the calling thread of what is there already, in the membership thread of what a
@@ -365,7 +364,7 @@ private:
     // Creations and deletions.
     struct Event;
     class ObserverToCome;
-    class SubscriptionTurn;
+    class Unwanted;
     static const Event kCreation;
     static const Event kDeletion;
     void notify(const Event &event, unsigned cc, const TreflectServerObject &object);
@@ -374,7 +373,7 @@ private:
     bool observe(const Event &event, unsigned cc, TreflectObserver &observer, bool plusExisting);
     void subscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
     bool trySubscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing, const TreflectOrbId *orb);
-    void unsubscribe(const Event &event, unsigned cc);
+    void unsubscribe(const Event &event, unsigned cc, const Unwanted *reason);
     bool isObserved(const Event &event, unsigned cc) const;
     bool isWanted(const Event &event, unsigned cc) const;
     void renewSubscriptions(unsigned cc, const TreflectOrbId &orb);
@@ -412,7 +411,6 @@ private:
     std::map<Transport::TerminationId, std::vector<unsigned>> classCodes_; // with the run permission
     const std::unique_ptr<TreflectMissedOrbs> missedCreations_;
     const std::unique_ptr<TreflectMissedOrbs> missedDeletions_;
-    TreflectMutex subscriptionTurn_;
     const std::unique_ptr<TreflectOrbObserver> orbObserver_; // the first to go: its thread uses the broker
 };
 

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 
 // Each walk over observers or objects begins anew after each callback, which may have changed them all, and goes on
 // until it finds nobody who was not told yet.
@@ -108,28 +109,6 @@ const TreflectORB::Event TreflectORB::kDeletion{TreflectMessage::tODN,
                                                 &MetaData::remoteDeletionObservers,
                                                 &TreflectORB::missedDeletions_};
 
-/** Subscribing, and its end, at all brokers is for one thread at a time: else what the one says could reach a broker
- *  behind what the other says later. Waited for without the run permission. */
-class TreflectORB::SubscriptionTurn {
-public:
-    explicit SubscriptionTurn(TreflectORB &orb)
-        : lock_(SingletonInstances::inForkedChild() ? nullptr : &orb.subscriptionTurn_) {
-        if (lock_ != nullptr) {
-            lock_->lock();
-        }
-    }
-    ~SubscriptionTurn() {
-        if (lock_ != nullptr) {
-            lock_->unlock();
-        }
-    }
-    SubscriptionTurn(const SubscriptionTurn &) = delete;
-    SubscriptionTurn &operator=(const SubscriptionTurn &) = delete;
-
-private:
-    TreflectMutex *const lock_; // null in a forked child, where it may be held for ever
-};
-
 /** Whoever removes the last observer meanwhile must not end the subscription that this one counts on. */
 class TreflectORB::ObserverToCome {
 public:
@@ -156,6 +135,26 @@ private:
     const Event &event_;
     const unsigned cc_;
     bool counted_ = false;
+};
+
+/** What nobody in this actor wants to be told of a class. Brokers end both subscriptions when they are asked to end
+ * one: who ends them for this reason does not go on once somebody new has come. */
+class TreflectORB::Unwanted {
+public:
+    Unwanted(const TreflectORB &orb, unsigned cc)
+        : orb_(orb), cc_(cc), creations_(!orb.isWanted(kCreation, cc)), deletions_(!orb.isWanted(kDeletion, cc)) {}
+
+    bool creations() const noexcept { return creations_; }
+    bool deletions() const noexcept { return deletions_; }
+    bool isStillSo() const {
+        return !(creations_ && orb_.isWanted(kCreation, cc_)) && !(deletions_ && orb_.isWanted(kDeletion, cc_));
+    }
+
+private:
+    const TreflectORB &orb_;
+    const unsigned cc_;
+    const bool creations_;
+    const bool deletions_;
 };
 
 // --- an object is created or deleted here ---------------------------------------------------------------------------
@@ -264,8 +263,8 @@ bool TreflectORB::observe(const Event &event, unsigned cc, TreflectObserver &obs
     constexpr char what[] = "register an observer";
     const Counted inside(callers_);
     TreflectHandlerState state(true);
-    const ObserverToCome toCome(*this, event, cc);
-    if (!toCome.isCounted()) {
+    std::optional<ObserverToCome> toCome(std::in_place, *this, event, cc);
+    if (!toCome->isCounted()) {
         noMemory(what);
         return false;
     }
@@ -292,6 +291,7 @@ bool TreflectORB::observe(const Event &event, unsigned cc, TreflectObserver &obs
     if (!tried(what, [&] { (data->*event.observers).push_back(&observer); })) {
         return false;
     }
+    toCome.reset(); // it has come, and may go again while it is told of what the missed ones have
     if (!(this->*event.missed)->empty()) {
         (this->*event.missed)->notify(cc, observer, plusExisting);
     }
@@ -311,11 +311,12 @@ void TreflectORB::removeObserver(const unsigned &cc, TreflectObserver &observer)
     if (isWanted(kCreation, cc) && isWanted(kDeletion, cc)) {
         return;
     }
-    const SubscriptionTurn turn(*this); // for both: brokers end both subscriptions when they are asked to end one
-    for (const Event *event : {&kCreation, &kDeletion}) {
-        if (!isWanted(*event, cc)) {
-            unsubscribe(*event, cc);
-        }
+    const Unwanted unwanted(*this, cc);
+    if (unwanted.creations()) {
+        unsubscribe(kCreation, cc, &unwanted);
+    }
+    if (unwanted.deletions()) {
+        unsubscribe(kDeletion, cc, &unwanted);
     }
 }
 
@@ -357,23 +358,17 @@ void TreflectORB::registerForODN(unsigned cc, const TreflectOrbId *orb) {
 bool TreflectORB::trySubscribe(const Event &event, unsigned cc, std::vector<TreflectObject> *existing,
                                const TreflectOrbId *orb) {
     TreflectHandlerState state(true);
-    if (orb != nullptr) { // in no turn: the membership thread must not wait for who waits for a broker that is gone
-        return tried("subscribe", [&] { subscribe(event, cc, existing, orb); });
-    }
-    const SubscriptionTurn turn(*this);
     return tried("subscribe", [&] { subscribe(event, cc, existing, orb); });
 }
 
 void TreflectORB::unregisterFromOCN(unsigned cc) {
     const Counted inside(callers_);
-    const SubscriptionTurn turn(*this);
-    unsubscribe(kCreation, cc);
+    unsubscribe(kCreation, cc, nullptr);
 }
 
 void TreflectORB::unregisterFromODN(unsigned cc) {
     const Counted inside(callers_);
-    const SubscriptionTurn turn(*this);
-    unsubscribe(kDeletion, cc);
+    unsubscribe(kDeletion, cc, nullptr);
 }
 
 /** A broker that has not told its classes yet may have any. */
@@ -417,8 +412,8 @@ void TreflectORB::subscribe(const Event &event, unsigned cc, std::vector<Treflec
         if (&event == &kCreation) {
             TipprmiSequence<TreflectObject> objects;
             response >> objects;
-            if (existing != nullptr) { // one by one, they would be copied again and again, which is dear for handles
-                existing->reserve(std::max(existing->size() + objects.getLength(), 2 * existing->size()));
+            if (existing != nullptr && existing->size() + objects.getLength() > existing->capacity()) {
+                existing->reserve(std::max(existing->size() + objects.getLength(), 2 * existing->capacity()));
             }
             for (unsigned i = 0; existing != nullptr && i < objects.getLength(); ++i) {
                 if (exists(objects[i])) {
@@ -451,12 +446,15 @@ void TreflectORB::learnClassCodes(Transport::TerminationId target, TipprmiStream
     classCodes_[target].swap(entry);
 }
 
-void TreflectORB::unsubscribe(const Event &event, unsigned cc) {
+void TreflectORB::unsubscribe(const Event &event, unsigned cc, const Unwanted *reason) {
     TipprmiStream request(allocateRequest(kRequestSize), true);
     TipprmiAny response; // which costs no memory: it becomes the stream of the answer
     request.msg().type(event.endOfSubscription);
     request << cc;
     for (const Transport::TerminationId &target : otherMembers()) {
+        if (reason != nullptr && !reason->isStillSo()) {
+            return;
+        }
         response.clear();
         if (!forwardMsg_(target, true, request.msg(), response)) {
             LogDispatch(3, LogMakeString("could not unregister from 0x%X", target.value()), kSource);

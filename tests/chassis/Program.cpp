@@ -103,7 +103,7 @@ void Program::expectAll(std::vector<std::string> texts) {
 
 void Program::signal(int number) const {
     if (process_.pid > 0) {
-        ::kill(process_.pid, number);
+        signalProcess(process_.pid, number);
     }
 }
 

@@ -82,6 +82,14 @@ Process startProcess(const std::vector<std::string> &command, const std::vector<
     return {child, in[1], out[0]};
 }
 
+void signalProcess(pid_t pid, int number) {
+    ::kill(pid, number);
+    if (number == SIGSTOP) { // its threads run on until one of them takes the signal in
+        siginfo_t stopped{};
+        ::waitid(P_PID, static_cast<id_t>(pid), &stopped, WSTOPPED | WEXITED | WNOWAIT);
+    }
+}
+
 int awaitEnd(pid_t pid) {
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {

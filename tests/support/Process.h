@@ -23,6 +23,9 @@ enum class Errors { withOutput, inherited };
 Process startProcess(const std::vector<std::string> &command, const std::vector<std::string> &environment,
                      Errors errors);
 
+/** To a child of this process; one that is to stop has stopped then. */
+void signalProcess(pid_t pid, int number);
+
 /** Waits for the end; the status as waitpid() gives it. */
 int awaitEnd(pid_t pid);
 

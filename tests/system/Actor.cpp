@@ -156,11 +156,7 @@ std::string Actor::probe(unsigned group) {
 
 void Actor::signal(int number) const {
     if (process_.pid > 0) {
-        ::kill(process_.pid, number);
-    }
-    if (process_.pid > 0 && number == SIGSTOP) { // its threads run on until one of them takes the signal in
-        siginfo_t stopped{};
-        ::waitid(P_PID, static_cast<id_t>(process_.pid), &stopped, WSTOPPED | WEXITED | WNOWAIT);
+        signalProcess(process_.pid, number);
     }
 }
 
