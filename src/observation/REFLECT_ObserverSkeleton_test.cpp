@@ -259,6 +259,7 @@ TEST_F(ObserverSkeletonTest, OfAPeerThatThereIsNoMemoryToTellStaysAndForbids) {
         TreflectHandlerState held(true);
         expected << kRemote << true << kObserverClass << 0U << own << kClass << kDouble << parameters;
     }
+    ASSERT_NE(nullptr, object.getClient()); // who calls it is there
     unsigned messages = 0;
     bool whole = true;
     link.setFate([&](const AddressedMessage &message) {
