@@ -99,14 +99,15 @@ public:
         return !found;
     }
     void abandon(const TreflectServerObject &object) {
+        const unsigned long self = OSWrap::Thread::getCurrentId();
         const Locked lock(lock_);
         for (MethodAtWork *one = first_; one != nullptr; one = one->next_) {
-            one->isAbandoned_ = one->isAbandoned_ || one->object_ == &object;
+            one->isAbandoned_ = one->isAbandoned_ || (one->object_ == &object && one->thread_ != self);
         }
         hasAbandoned_.store(true, std::memory_order_relaxed);
     }
     bool isThisThreadAbandoned() {
-        if (!hasAbandoned_.load(std::memory_order_relaxed)) { // written with the run permission
+        if (!hasAbandoned_.load(std::memory_order_relaxed)) { // written with the permission, if it could be had
             return false;
         }
         const unsigned long self = OSWrap::Thread::getCurrentId();

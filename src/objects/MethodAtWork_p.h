@@ -21,8 +21,8 @@ public:
      *  come. Not a cancellation point. False only in a thread at its end, which waits for 2 s, once: they may be in the
      *  object for ever. Such a thread takes the permission back within 2 s or not at all. */
     static bool awaitOthers(const TreflectServerObject &object);
-    /** For when that was in vain: those that are in the object do not go on in it. With the run permission, so that
-     * none of them is at work right now. */
+    /** For when that was in vain: the other threads that are in the object do not go on in it. With the run permission
+     *  none of them is at work right now; without it one may be, which goes on until its next goOn(). */
     static void abandon(const TreflectServerObject &object) noexcept;
     /** For methods of objects, after whatever may have given the run permission up. Does not return if the object was
      *  abandoned: the thread waits for the end of the process. */

@@ -205,9 +205,10 @@ SCENARIO(methodOfAnAbandonedObject) {
     });
     SCENARIO_CHECK(entered.pass());
     {
+        const MethodAtWork own(&object(0)); // from where the process is ended
         const TreflectHandlerState state(true);
         MethodAtWork::abandon(object(0));
-        MethodAtWork::goOn(); // the own thread may
+        MethodAtWork::goOn(); // its static objects still have to go
     }
     abandoned.open();
     SCENARIO_CHECK(freeAgain.pass());

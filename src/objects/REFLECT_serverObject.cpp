@@ -10,6 +10,7 @@
 #include "platform/Cancellation.h"
 #include "platform/Log.h"
 #include "reflection/REFLECT_metaObject.h"
+#include "threads/HandlerThreadsType_p.h"
 #include "threads/PartingState_p.h"
 
 #include <exception>
@@ -37,6 +38,34 @@ std::string upToZeroByte(const std::string &name) noexcept {
     } catch (const std::bad_alloc &) {
         LogDispatch(3, "no memory for the name of an object", kSource);
         return std::string();
+    }
+}
+
+/** For a thread at its end, which waits neither for an answer nor for its turn to have the run permission: to send the
+ *  message gives one level up, and that is not the last. */
+void unregisterWithoutAnswer(const TreflectObject &parent, const std::string &name) {
+    TipprmiStream request(TipprmiStream::kCallSize);
+    TipprmiAny response;
+    parent.prepareRequestStream_(false, 0, BuiltIn::unregisterChild, request);
+    request << name;
+    if (request.hasMarshallingFailed()) {
+        LogDispatch(3, LogMakeString("no memory to tell the parent that \"%s\" ends", name.c_str()), kSource);
+        return;
+    }
+    HandlerState::restoreRunPermissionLevel();
+    parent.dispatch(false, 0, BuiltIn::unregisterChild, request, response);
+    HandlerState::releaseRunPermission();
+}
+
+/** With the run permission. */
+void leave(const TreflectObject &parent, const std::string &name) {
+    if (!parent.isConnected()) {
+        return;
+    }
+    if (ThreadEnd::begun() && parent.getServer() == nullptr) {
+        unregisterWithoutAnswer(parent, name);
+    } else {
+        parent.unregisterChild(name);
     }
 }
 
@@ -73,7 +102,7 @@ void TreflectServerObject::joinParent(const TreflectObject &parent) {
 TreflectServerObject::~TreflectServerObject() {
     const OSWrap::DisableCancelStateGuard uncancelled;
     if (depart()) {
-        delete children_;
+        delete std::exchange(children_, nullptr);
     } else { // another thread may be in here until the process is gone: what it reads has to stay
         parent_.setStub_(nullptr);
     }
@@ -83,21 +112,21 @@ TreflectServerObject::~TreflectServerObject() {
 bool TreflectServerObject::depart() {
     {
         const PartingState state;
-        // A thread at its end does not wait for another actor, which sees that this one ends.
-        const bool mayTell = !ThreadEnd::begun() || parent_.getServer() != nullptr;
-        if (state.hasPermission() && mayTell && parent_.isConnected()) {
-            parent_.unregisterChild(name_); // the object still answers meanwhile
+        if (state.hasPermission()) {
+            leave(parent_, name_); // the object still answers meanwhile
         }
         unregister_();
         if (!state.hasPermission()) {
+            MethodAtWork::abandon(*this);
             return false;
         }
         TreflectORB::forget(*this);
-        if (!MethodAtWork::isOtherIn(*this)) {
-            return true;
-        }
         if (TreflectObjectHandler *handler = TreflectObjectHandler::getExisting()) {
-            handler->invalidateStubs(this); // no new one comes
+            handler->invalidateStubs(this); // before another thread runs: none comes in any more
+        }
+        if (!MethodAtWork::isOtherIn(*this)) {
+            delete std::exchange(children_, nullptr);
+            return true;
         }
     }
     if (MethodAtWork::awaitOthers(*this)) {
@@ -147,6 +176,7 @@ TipprmiSequence<TreflectObject> TreflectServerObject::getChilds() const {
         for (std::string last;;) {
             if (count == childs.getLength()) {
                 childs.setLength(count + 1);
+                MethodAtWork::goOn();
             }
             if (count == childs.getLength()) {
                 throw std::bad_alloc();

@@ -23,7 +23,7 @@ public:
     TreflectServerObject(const TipprmiOID &oid, const TreflectObject *parent, const std::string &name);
     /** The parent, if it is still there, forgets the name, whatever object it has under it by now. May block for that,
      *  and until the methods have returned that other threads are in. At the end of a thread, or of the process, a
-     *  parent in another actor is not told. Not a cancellation point. */
+     *  parent in another actor is told without waiting for its answer. Not a cancellation point. */
     ~TreflectServerObject() override;
 
     using TipprmiObjectSkeleton::dispatch;

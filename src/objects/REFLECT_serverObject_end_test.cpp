@@ -1,3 +1,4 @@
+#include "objects/MethodAtWork_p.h"
 #include "objects/REFLECT_serverObject.h"
 #include "rmi/StreamOperators.h"
 #include "support/BrokerTest.h"
@@ -6,6 +7,7 @@
 #include "support/ManualPeer.h"
 #include "support/Scenario.h"
 #include "threads/HandlerState.h"
+#include "threads/HandlerThreadsType_p.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -13,6 +15,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 // Objects that come and go while others are in their methods, or wait for another actor.
 
@@ -25,6 +28,7 @@ using Transport::AddressedMessage;
 constexpr Transport::TerminationId kPeer(0x0042, 2, 1);
 constexpr unsigned kParent = 0x99; // the number of an object of the peer
 constexpr char kFarName[] = "00 00 00 00 00 00 00 00 00 00 00 0A 2F 66 61 72 2F 6F 66 66 2F 63"; // "/far/off/c"
+constexpr char kFarewell[] = "00 00 00 99 00 00 00 00 00 00 00 00 00 00 04 53 00 00 00 01 63";   // one-way
 constexpr char kGone[] = "00 00 00 01 00 00 00 04 00 00 00 00";
 
 class Node : public TreflectServerObject {
@@ -51,6 +55,22 @@ void farName(TipprmiStream &response) {
     response << TipprmiExceptionContainer() << std::string("/far/off");
 }
 
+std::string body(const AddressedMessage &message) {
+    const TreflectMessage whole(message);
+    return hex(TipprmiStream(whole, false));
+}
+
+/** The method code of a call to the parent. */
+unsigned codeOf(const AddressedMessage &message) {
+    TipprmiStream request(TreflectMessage(message), false);
+    unsigned number = 0;
+    bool transaction = false;
+    unsigned cc = 0;
+    unsigned mc = 0;
+    request >> number >> transaction >> cc >> mc;
+    return number == kParent ? mc : 0;
+}
+
 /** A child of an object that the test plays. */
 class ObjectEndTest : public Testing::BrokerTest {
 protected:
@@ -69,20 +89,6 @@ protected:
         const TreflectHandlerState state(true);
         child.reset();
         freed = true;
-    }
-    static std::string body(const AddressedMessage &message) {
-        const TreflectMessage whole(message);
-        return hex(TipprmiStream(whole, false));
-    }
-    /** The method code of a call to the parent. */
-    static unsigned codeOf(const AddressedMessage &message) {
-        TipprmiStream request(TreflectMessage(message), false);
-        unsigned number = 0;
-        bool transaction = false;
-        unsigned cc = 0;
-        unsigned mc = 0;
-        request >> number >> transaction >> cc >> mc;
-        return number == kParent ? mc : 0;
     }
     /** Whether calls find the object no more. Who destroys it keeps the run permission from there on, unless he waits.
      */
@@ -220,26 +226,43 @@ TEST_F(ObjectEndTest, AParentThatThrowsDoesNotKeepTheChild) {
 
 // --- at the end of the process --------------------------------------------------------------------------------------
 
-/** Nobody answers any more. */
+/** Nobody answers any more, and who gets the run permission meanwhile keeps it. */
 SCENARIO(exitOfAChildOfAnotherActorsObject) {
-    Transport::FakeLink &link = Transport::FakeLink::install();
+    static Transport::FakeLink &link = Transport::FakeLink::install();
     TreflectORB::getInstance(1);
-    {
-        Testing::FakePeer peer(link, kPeer);
-        peer.answer(nothingRaised);
-        const TreflectHandlerState state(true);
-        const TreflectObject parent = remoteParent();
-        static const Node child("c", &parent);
-        SCENARIO_CHECK(peer.requests().size() == 1);
-        link.setFate({});
-        link.takeIssued();
-        SCENARIO_CHECK(std::atexit([] { SCENARIO_CHECK(Transport::FakeLink::install().takeIssued().empty()); }) == 0);
-        SCENARIO_CHECK(child.getParent().isConnected());
-        std::exit(0);
-    }
+    static Testing::Gate isSent;
+    static std::atomic<unsigned long> greedy{0};
+    new Testing::TestThread([] {
+        greedy = OSWrap::Thread::getCurrentId();
+        isSent.pass();
+        HandlerState::enterHandlerState(true);
+        Testing::Gate().pass();
+    });
+    Testing::FakePeer peer(link, kPeer);
+    peer.answer(nothingRaised);
+    const TreflectHandlerState state(true);
+    const TreflectObject parent = remoteParent();
+    SCENARIO_CHECK(std::atexit([] { // after the child
+                       const std::vector<AddressedMessage> issued = link.takeIssued();
+                       SCENARIO_CHECK(issued.size() == 1);
+                       SCENARIO_CHECK(TreflectMessage(issued[0]).kind() == TreflectMessage::kMsg);
+                       SCENARIO_CHECK(body(issued[0]) == kFarewell);
+                   }) == 0);
+    static const Node child("c", &parent);
+    SCENARIO_CHECK(peer.requests().size() == 1);
+    link.setFate([](const AddressedMessage &) {
+        isSent.open();
+        SCENARIO_CHECK(Testing::eventually([] {
+            return handlerThreads()->waitingForPermission() != 0 || HandlerState::getRunPermissionOwner() == greedy;
+        }));
+        return Transport::FakeLink::Fate::deliver;
+    });
+    link.takeIssued();
+    SCENARIO_CHECK(child.getParent().isConnected());
+    std::exit(0);
 }
 
-TEST(ObjectEndAtExit, DoesNotWaitForTheParentsActor) {
+TEST(ObjectEndAtExit, TellsTheParentsActorAndWaitsForNobody) {
     const Testing::ProcessResult result = Testing::runScenario("exitOfAChildOfAnotherActorsObject");
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(0, result.exitStatus) << result.output;
@@ -268,6 +291,96 @@ SCENARIO(exitWhileACallOfAnObjectIsAtWork) {
 
 TEST(ObjectEndAtExit, DoesNotWaitForEverForACallAtWork) {
     const Testing::ProcessResult result = Testing::runScenario("exitWhileACallOfAnObjectIsAtWork");
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** Another thread takes the permission for good before the object goes, and gives it back only then. */
+SCENARIO(exitWithoutThePermissionWhileACallIsAtWork) {
+    static const Node *made = nullptr;
+    static Testing::Gate holds;
+    static Testing::Gate isGone;
+    SCENARIO_CHECK(std::atexit([] { // after the broker, which the call has left
+                       for (int turn = 0; turn < 3; ++turn) {
+                           const TreflectHandlerState state(true);
+                           SCENARIO_CHECK(MethodAtWork::isOtherIn(*made));
+                       }
+                   }) == 0);
+    Transport::FakeLink &link = Transport::FakeLink::install();
+    TreflectORB &orb = *TreflectORB::getInstance(1);
+    static Testing::ManualPeer peer(link, orb, kPeer);
+    SCENARIO_CHECK(std::atexit([] { isGone.open(); }) == 0);
+    {
+        Testing::TestThread maker([] {
+            const TreflectHandlerState state(true);
+            const TreflectObject parent = remoteParent();
+            static const Node child("c", &parent);
+            made = &child;
+        });
+        peer.respond(peer.next(), nothingRaised);
+    }
+    new Testing::TestThread([] {
+        const TreflectHandlerState state(true);
+        const TreflectObject handle(made);
+        const std::string name = handle.getAbsName();
+        Testing::failScenario(__FILE__, __LINE__, name.c_str());
+    });
+    SCENARIO_CHECK(codeOf(peer.next()) == 1100);
+    new Testing::TestThread([] {
+        const TreflectHandlerState state(true);
+        holds.open();
+        isGone.pass();
+    });
+    SCENARIO_CHECK(holds.pass());
+    std::exit(0);
+}
+
+TEST(ObjectEndAtExit, ACallAtWorkDoesNotGoOnInAnObjectThatWentWithoutThePermission) {
+    const Testing::ProcessResult result = Testing::runScenario("exitWithoutThePermissionWhileACallIsAtWork");
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(0, result.exitStatus) << result.output;
+}
+
+/** Somebody waits for the permission to call it while it goes. */
+SCENARIO(exitWhileTheChildrenAreAskedFor) {
+    static Testing::Gate mayAsk;
+    static Testing::Gate asked;
+    class Parent : public Node {
+    public:
+        using Node::Node;
+        void unregisterChild(const std::string &name) override {
+            Node::unregisterChild(name);
+            mayAsk.open();
+            SCENARIO_CHECK(Testing::eventually([] { return handlerThreads()->waitingForPermission() != 0; }));
+        }
+    };
+    Transport::FakeLink::install();
+    TreflectORB::getInstance(1);
+    SCENARIO_CHECK(std::atexit([] { SCENARIO_CHECK(asked.pass()); }) == 0); // after the objects
+    static const Parent root("root");
+    static const Node parent("parent", root.getClient());
+    static std::vector<std::unique_ptr<Node>> &children = *new std::vector<std::unique_ptr<Node>>;
+    {
+        const TreflectHandlerState state(true);
+        for (int number = 0; number < 100; ++number) {
+            children.push_back(std::make_unique<Node>(std::to_string(number).c_str(), parent.getClient()));
+        }
+        SCENARIO_CHECK(parent.getChilds().getLength() == 100);
+    }
+    static const auto &handle = *new TreflectObject(&parent);
+    new Testing::TestThread([] {
+        mayAsk.pass();
+        {
+            const TreflectHandlerState state(true);
+            SCENARIO_CHECK(handle.getChilds().getLength() == 0);
+        }
+        asked.open();
+    });
+    std::exit(0);
+}
+
+TEST(ObjectEndAtExit, IsNotFoundByWhoeverGetsThePermissionNext) {
+    const Testing::ProcessResult result = Testing::runScenario("exitWhileTheChildrenAreAskedFor");
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(0, result.exitStatus) << result.output;
 }
