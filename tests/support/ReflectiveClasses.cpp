@@ -37,7 +37,6 @@ constexpr TipprmiMethod<PortSkeleton, unsigned, TipprmiIn<unsigned>, TipprmiInOu
     kSetRate{"setRate", Port::CLASS_ID, Port::mcSetRate, &PortSkeleton::setRate};
 constexpr TipprmiMethod<PortSkeleton, void> kBlink{"blink", Port::CLASS_ID, Port::mcBlink, &PortSkeleton::blink, false};
 
-/** Unless the process of a scenario is to know no class yet. */
 /** An attribute with elements; left out without memory for it. */
 template <class MetaAttribute>
 void addElements(TreflectMetaObject &of, const char *name, const TreflectMetaOperation *get, int length,
@@ -56,6 +55,7 @@ void addParameter(TreflectMetaOperation *operation, const char *name, const char
     }
 }
 
+/** Unless the process of a scenario is to know no class yet. */
 const bool atLoad __attribute__((used)) = std::getenv("REFLECTORB_TEST_NO_CLASSES") != nullptr ||
                                           (EquipmentMeta::instance() != nullptr && PortMeta::instance() != nullptr);
 

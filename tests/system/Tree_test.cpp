@@ -127,7 +127,7 @@ protected:
         forEach([&](unsigned which, Actor &actor) {
             actor.tell("tree walk " + std::string(way(which, namer)) + " dying " + number(victim));
         });
-        actors_[(victim + 1) % kActors]->expect("at " + number(kAll / 1000 * 100) + " of " + number(victim));
+        actors_[(victim + 1) % kActors]->expect("dying at " + number(kAll / 1000 * 100) + " of " + number(victim));
         kill(victim);
         forEach(
             [&](unsigned which, Actor &actor) { expectAtMostLost(actor, lostWith(victim, way(which, namer)), which); });
@@ -146,7 +146,7 @@ protected:
             actors_[walker]->tell("tree walk names coming " + number(victim));
         }
         for (const unsigned walker : walkers) {
-            actors_[walker]->expect("at 100 of " + number(victim));
+            actors_[walker]->expect("coming at 100 of " + number(victim));
         }
         start(victim);
         const auto isWalking = [&walkers](unsigned which) { return which == walkers[0] || which == walkers[1]; };

@@ -145,8 +145,8 @@ std::string onNodes(Arguments &arguments) {
 class Walk {
 public:
     Walk(std::string how, const std::string &state, unsigned actor)
-        : how_(std::move(how)), mayBeThere_(state == "dying" || state == "coming"), isRemade_(state == "coming"),
-          actor_(state == "up" ? kNobody : actor) {}
+        : how_(std::move(how)), state_(state), mayBeThere_(state == "dying" || state == "coming"),
+          isRemade_(state == "coming"), actor_(state == "up" ? kNobody : actor) {}
 
     void visit(const Place &place, const TreflectObject &object) {
         const bool isThere = object.isConnected() && object.getRelName() == place.name;
@@ -157,7 +157,7 @@ public:
         const bool isAsked = actor_ == kNobody && (place.depth <= 2 || found_ % kSample == 0);
         check(!isAsked || object.getAbsName() == place.path, place);
         if (mayBeThere_ && (found_ + missing_) % 100 == 0) {
-            say("at %u of %u", found_ + missing_, actor_);
+            say("%s at %u of %u", state_.c_str(), found_ + missing_, actor_);
         }
         if (place.depth < kLeafDepth) {
             visitBelow(place, object, isLost);
@@ -190,6 +190,7 @@ private:
     }
 
     const std::string how_;
+    const std::string state_;
     const bool mayBeThere_;
     const bool isRemade_;
     const unsigned actor_;

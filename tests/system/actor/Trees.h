@@ -19,6 +19,6 @@
 //
 // STATE is what must be: `up` - all are found; `down` - just those that ACTOR, which is not there, has nothing to do
 // with; `dying` - at least those; `coming` - at least those, and nothing below what was ACTOR's, as others make their
-// part of that anew. What is not so makes a line "wrong NAME". While ACTOR is dying or coming a walk says "at COUNT of
-// ACTOR" every 100 objects.
+// part of that anew. What is not so makes a line "wrong NAME". While ACTOR is dying or coming a walk says "STATE at
+// COUNT of ACTOR" every 100 objects.
 void onTree(std::istringstream &arguments);
