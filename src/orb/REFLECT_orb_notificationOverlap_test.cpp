@@ -16,15 +16,27 @@ protected:
         appear(kPeer);
         appear(kOther);
     }
-    /** Who sends such a message to the first broker waits there. */
-    void holdTheFirst(TreflectMessage::type_t type) {
-        unit.meanwhile = [this, type](const Testing::FakeUnit::Asked &asked) {
-            if (asked.type == type && asked.target == kPeer) {
+    /** One observer goes, and while the first broker is told of that, another one comes. */
+    void comeWhileTheFirstIsToldOf(TreflectMessage::type_t end, Watcher &going, Watcher &coming) {
+        unit.meanwhile = [this, end](const Testing::FakeUnit::Asked &asked) {
+            if (asked.type == end && asked.target == kPeer) {
                 inside.open();
                 EXPECT_TRUE(goOn.pass());
             }
         };
+        const TreflectReleaseHandlerState released;
+        Testing::TestThread remover([&] {
+            const TreflectHandlerState own(true);
+            orb.removeObserver(kClass, going);
+        });
+        ASSERT_TRUE(inside.pass());
+        Testing::TestThread([&] {
+            const TreflectHandlerState own(true);
+            EXPECT_TRUE(orb.observeCreations(kClass, coming, false));
+        });
+        goOn.open();
     }
+
     Testing::Gate inside;
     Testing::Gate goOn;
 };
@@ -35,20 +47,7 @@ TEST_F(NotificationOverlapTest, WhoComesHasTheSubscriptionThatWhoGoesIsEnding) {
     Watcher coming("coming");
     orb.observeCreations(kClass, going, false);
     EXPECT_EQ("42:tOCNSU(77) 43:tOCNSU(77)", unit.summary());
-    holdTheFirst(TreflectMessage::tOCNUN);
-    {
-        const TreflectReleaseHandlerState released;
-        Testing::TestThread remover([&] {
-            const TreflectHandlerState own(true);
-            orb.removeObserver(kClass, going);
-        });
-        ASSERT_TRUE(inside.pass());
-        Testing::TestThread([&] {
-            const TreflectHandlerState own(true);
-            EXPECT_TRUE(orb.observeCreations(kClass, coming, false));
-        });
-        goOn.open();
-    }
+    comeWhileTheFirstIsToldOf(TreflectMessage::tOCNUN, going, coming);
     EXPECT_EQ("42:tOCNUN(77) 42:tOCNSU(77) 43:tOCNSU(77)", unit.summary());
 }
 
@@ -58,20 +57,7 @@ TEST_F(NotificationOverlapTest, NorDoesWhoGoesEndTheOtherSubscriptionThen) {
     Watcher coming("coming");
     orb.observeDeletions(kClass, going);
     EXPECT_EQ("42:tODNSU(77) 43:tODNSU(77)", unit.summary());
-    holdTheFirst(TreflectMessage::tODNUN);
-    {
-        const TreflectReleaseHandlerState released;
-        Testing::TestThread remover([&] {
-            const TreflectHandlerState own(true);
-            orb.removeObserver(kClass, going);
-        });
-        ASSERT_TRUE(inside.pass());
-        Testing::TestThread([&] {
-            const TreflectHandlerState own(true);
-            EXPECT_TRUE(orb.observeCreations(kClass, coming, false));
-        });
-        goOn.open();
-    }
+    comeWhileTheFirstIsToldOf(TreflectMessage::tODNUN, going, coming);
     EXPECT_EQ("42:tOCNUN(77) 43:tOCNUN(77) 42:tODNUN(77) 42:tOCNSU(77) 43:tOCNSU(77)", unit.summary());
 }
 
