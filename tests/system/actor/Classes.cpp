@@ -1,7 +1,7 @@
 #include "Classes.h"
 
+#include "Commands.h"
 #include "Counts.h"
-#include "Output.h"
 #include "objects/REFLECT_objectStub.h"
 #include "objects/REFLECT_serverObject.h"
 #include "observation/REFLECT_Observer.h"
@@ -22,7 +22,6 @@
 
 namespace {
 
-using Arguments = std::istringstream;
 using MetaOpData = TreflectMetaObject::MetaOpData;
 using MetaAttrData = TreflectMetaObject::MetaAttrData;
 
@@ -158,12 +157,6 @@ Watcher &watcher() {
 }
 
 // --- commands -------------------------------------------------------------------------------------------------------
-
-std::string word(Arguments &arguments) {
-    std::string text;
-    arguments >> text;
-    return text;
-}
 
 TreflectObject named(Arguments &arguments) {
     return TreflectObject(oid(word(arguments)));
@@ -341,11 +334,6 @@ std::string onErrors(Arguments &arguments) {
                    });
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"define", &onDefine},
     {"undefine", &onUndefine},
@@ -373,13 +361,5 @@ constexpr Command kCommands[] = {
 } // namespace
 
 void onClass(Arguments &arguments) {
-    const std::string name = word(arguments);
-    for (const Command &command : kCommands) {
-        if (name == command.name) {
-            const TreflectHandlerState state(true);
-            say("class %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'class %s'", name.c_str());
+    runOneOf(kCommands, "class", arguments);
 }

@@ -1,5 +1,6 @@
 #include "Handles.h"
 
+#include "Commands.h"
 #include "Counts.h"
 #include "Output.h"
 #include "objects/REFLECT_objectStub.h"
@@ -17,14 +18,6 @@
 #include <vector>
 
 namespace {
-
-using Arguments = std::istringstream;
-
-std::string word(Arguments &arguments) {
-    std::string text;
-    arguments >> text;
-    return text;
-}
 
 TreflectObject named(const std::string &name) {
     return TreflectObject(TipprmiOID(name, NamespaceId(1)));
@@ -284,11 +277,6 @@ std::string onReaders(Arguments &arguments) {
     return "ok";
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"pool", &onPool}, {"assign", &onAssign}, {"lost", &onLost}, {"shares", &onShares}, {"climb", &onClimb},
     {"keep", &onKeep}, {"mix", &onMix},       {"drop", &onDrop}, {"hold", &onHold},     {"readers", &onReaders},
@@ -297,13 +285,5 @@ constexpr Command kCommands[] = {
 } // namespace
 
 void onHandle(Arguments &arguments) {
-    const std::string name = word(arguments);
-    for (const Command &command : kCommands) {
-        if (name == command.name) {
-            const TreflectHandlerState state(true);
-            say("handle %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'handle %s'", name.c_str());
+    runOneOf(kCommands, "handle", arguments);
 }

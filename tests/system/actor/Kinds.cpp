@@ -1,5 +1,6 @@
 #include "Kinds.h"
 
+#include "Commands.h"
 #include "Output.h"
 #include "Reaction.h"
 #include "objects/REFLECT_serverObject.h"
@@ -13,8 +14,6 @@
 #include <string>
 
 namespace {
-
-using Arguments = std::istringstream;
 
 /** A class of which nothing is known but its code. */
 class BareMeta : public TreflectMetaObject {
@@ -82,12 +81,6 @@ unsigned code(Arguments &arguments) {
     return value;
 }
 
-std::string word(Arguments &arguments) {
-    std::string text;
-    arguments >> text;
-    return text;
-}
-
 std::string onAdd(Arguments &arguments) {
     new BareMeta(code(arguments)); // until the end of the process
     return "added";
@@ -135,11 +128,6 @@ std::string onSubscribers(Arguments &arguments) {
            std::to_string(data.remoteDeletionObservers.size());
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"add", &onAdd},         {"create", &onCreate}, {"delete", &onDelete},           {"watch", &onWatch},
     {"unwatch", &onUnwatch}, {"lose", &onLose},     {"subscribers", &onSubscribers},
@@ -148,13 +136,5 @@ constexpr Command kCommands[] = {
 } // namespace
 
 void onKind(Arguments &arguments) {
-    const std::string name = word(arguments);
-    for (const Command &command : kCommands) {
-        if (name == command.name) {
-            const TreflectHandlerState state(true);
-            say("kind %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'kind %s'", name.c_str());
+    runOneOf(kCommands, "kind", arguments);
 }

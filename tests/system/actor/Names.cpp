@@ -1,8 +1,7 @@
 #include "Names.h"
 
-#include "Output.h"
+#include "Commands.h"
 #include "objects/REFLECT_serverObject.h"
-#include "threads/HandlerState.h"
 
 #include <algorithm>
 #include <map>
@@ -10,8 +9,6 @@
 #include <string>
 
 namespace {
-
-using Arguments = std::istringstream;
 
 TipprmiOID oid(const std::string &name) {
     return TipprmiOID(name, NamespaceId(1));
@@ -34,12 +31,6 @@ public:
 std::map<std::string, std::unique_ptr<Bearer>> &bearers() {
     static auto &instance = *new std::map<std::string, std::unique_ptr<Bearer>>; // until the end of the process
     return instance;
-}
-
-std::string word(Arguments &arguments) {
-    std::string text;
-    arguments >> text;
-    return text;
 }
 
 std::string name(Arguments &arguments) {
@@ -103,11 +94,6 @@ std::string onAbandon(Arguments &arguments) {
     return "ok";
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"make", &onMake},
     {"drop", &onDrop},
@@ -122,13 +108,5 @@ constexpr Command kCommands[] = {
 } // namespace
 
 void onName(Arguments &arguments) {
-    const std::string which = word(arguments);
-    for (const Command &command : kCommands) {
-        if (which == command.name) {
-            const TreflectHandlerState state(true);
-            say("name %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'name %s'", which.c_str());
+    runOneOf(kCommands, "name", arguments);
 }

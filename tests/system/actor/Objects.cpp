@@ -1,5 +1,6 @@
 #include "Objects.h"
 
+#include "Commands.h"
 #include "Output.h"
 #include "Reaction.h"
 #include "objects/REFLECT_objectStub.h"
@@ -20,8 +21,6 @@
 #include <string>
 
 namespace {
-
-using Arguments = std::istringstream;
 
 constexpr unsigned kClass = 0x0DD0B1E5;
 constexpr unsigned kDouble = 4;
@@ -321,11 +320,6 @@ std::string onBlind(Arguments &) {
     return "ok";
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"make", &onMake},         {"drop", &onDrop},         {"abs", &onAbs},
     {"parent", &onParent},     {"children", &onChildren}, {"double", &onDouble},
@@ -338,14 +332,5 @@ constexpr Command kCommands[] = {
 } // namespace
 
 void onObject(Arguments &arguments) {
-    std::string name;
-    arguments >> name;
-    for (const Command &command : kCommands) {
-        if (name == command.name) {
-            const TreflectHandlerState state(true);
-            say("object %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'object %s'", name.c_str());
+    runOneOf(kCommands, "object", arguments);
 }

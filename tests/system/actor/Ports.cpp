@@ -1,6 +1,6 @@
 #include "Ports.h"
 
-#include "Output.h"
+#include "Commands.h"
 #include "platform/Thread.h"
 #include "support/ReflectiveClasses.h"
 #include "threads/HandlerState.h"
@@ -14,7 +14,6 @@
 
 namespace {
 
-using Arguments = std::istringstream;
 using Testing::Busy;
 using Testing::Port;
 
@@ -41,12 +40,6 @@ public:
 std::map<std::string, std::unique_ptr<ActorPort>> &ports() {
     static auto &instance = *new std::map<std::string, std::unique_ptr<ActorPort>>; // until the end of the process
     return instance;
-}
-
-std::string word(Arguments &arguments) {
-    std::string text;
-    arguments >> text;
-    return text;
 }
 
 unsigned number(Arguments &arguments) {
@@ -298,11 +291,6 @@ std::string onBlink(Arguments &arguments) {
     return "ok";
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"make", &onMake},
     {"busy", &onBusy},
@@ -334,13 +322,5 @@ constexpr Command kCommands[] = {
 } // namespace
 
 void onPort(Arguments &arguments) {
-    const std::string name = word(arguments);
-    for (const Command &command : kCommands) {
-        if (name == command.name) {
-            const TreflectHandlerState state(true);
-            say("port %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'port %s'", name.c_str());
+    runOneOf(kCommands, "port", arguments);
 }

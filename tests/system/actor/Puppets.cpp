@@ -1,5 +1,6 @@
 #include "Puppets.h"
 
+#include "Commands.h"
 #include "Output.h"
 #include "objects/REFLECT_objectStub.h"
 #include "observation/REFLECT_Observer.h"
@@ -9,7 +10,6 @@
 #include "rmi/StreamOperators.h"
 #include "support/ReflectiveClasses.h"
 #include "threads/BrokerLocks.h"
-#include "threads/HandlerState.h"
 
 #include <atomic>
 #include <list>
@@ -20,7 +20,6 @@
 
 namespace {
 
-using Arguments = std::istringstream;
 using Locked = OSWrap::Lock<OSWrap::ConditionVar>;
 
 /** Gives the run permission up while it waits, as everything under it must. */
@@ -77,12 +76,6 @@ private:
 std::map<std::string, std::unique_ptr<Puppet>> &puppets() {
     static auto &instance = *new std::map<std::string, std::unique_ptr<Puppet>>; // until the end of the process
     return instance;
-}
-
-std::string word(Arguments &arguments) {
-    std::string text;
-    arguments >> text;
-    return text;
 }
 
 unsigned hexadecimal(Arguments &arguments) {
@@ -199,11 +192,6 @@ std::string onTypes(Arguments &arguments) {
            add<TreflectObserverClient>(new TreflectObserver(unnamed, &above, "observer"));
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"make", &onMake},         {"unnamed", &onUnnamed}, {"drop", &onDrop},   {"classes", &onClasses},
     {"hold", &onHold},         {"release", &onRelease}, {"raise", &onRaise}, {"calls", &onCalls},
@@ -219,13 +207,5 @@ TipprmiObjectSkeleton *puppetNamed(const std::string &name) {
 }
 
 void onPuppet(Arguments &arguments) {
-    const std::string name = word(arguments);
-    for (const Command &command : kCommands) {
-        if (name == command.name) {
-            const TreflectHandlerState state(true);
-            say("puppet %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'puppet %s'", name.c_str());
+    runOneOf(kCommands, "puppet", arguments);
 }

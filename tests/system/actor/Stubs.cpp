@@ -1,13 +1,12 @@
 #include "Stubs.h"
 
+#include "Commands.h"
 #include "Objects.h"
-#include "Output.h"
 #include "Puppets.h"
 #include "objects/REFLECT_objectStub.h"
 #include "observation/REFLECT_Observer.h"
 #include "reflection/REFLECT_metaObject.h"
 #include "rmi/StreamOperators.h"
-#include "threads/HandlerState.h"
 
 #include <cstdio>
 #include <map>
@@ -16,8 +15,6 @@
 #include <vector>
 
 namespace {
-
-using Arguments = std::istringstream;
 
 constexpr int kCallSize = 100;
 
@@ -28,12 +25,6 @@ std::map<std::string, std::unique_ptr<TreflectObject>> &handles() {
 
 TipprmiOID oid(const std::string &name) {
     return TipprmiOID(name, NamespaceId(1));
-}
-
-std::string word(Arguments &arguments) {
-    std::string text;
-    arguments >> text;
-    return text;
 }
 
 unsigned number(const std::string &text) {
@@ -348,11 +339,6 @@ std::string onKnow(Arguments &arguments) {
     return "ok";
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"none", &onNone},
     {"name", &onName},
@@ -387,13 +373,5 @@ constexpr Command kCommands[] = {
 } // namespace
 
 void onStub(Arguments &arguments) {
-    const std::string name = word(arguments);
-    for (const Command &command : kCommands) {
-        if (name == command.name) {
-            const TreflectHandlerState state(true);
-            say("stub %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'stub %s'", name.c_str());
+    runOneOf(kCommands, "stub", arguments);
 }

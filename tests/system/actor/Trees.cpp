@@ -1,8 +1,8 @@
 #include "Trees.h"
 
+#include "Commands.h"
 #include "Output.h"
 #include "objects/REFLECT_serverObject.h"
-#include "threads/HandlerState.h"
 
 #include <cstdio>
 #include <map>
@@ -12,8 +12,6 @@
 #include <vector>
 
 namespace {
-
-using Arguments = std::istringstream;
 
 constexpr unsigned kNodes = 20; // of a branch, and of a node
 constexpr unsigned kLeafDepth = 4;
@@ -209,11 +207,6 @@ std::string onWalk(Arguments &arguments) {
     return walk.result();
 }
 
-struct Command {
-    const char *name;
-    std::string (*run)(Arguments &);
-};
-
 constexpr Command kCommands[] = {
     {"plan", &onPlan}, {"root", &onRoot}, {"branch", &onBranch}, {"nodes", &onNodes}, {"walk", &onWalk},
 };
@@ -221,14 +214,5 @@ constexpr Command kCommands[] = {
 } // namespace
 
 void onTree(Arguments &arguments) {
-    std::string name;
-    arguments >> name;
-    for (const Command &command : kCommands) {
-        if (name == command.name) {
-            const TreflectHandlerState state(true);
-            say("tree %s", command.run(arguments).c_str());
-            return;
-        }
-    }
-    say("unknown command 'tree %s'", name.c_str());
+    runOneOf(kCommands, "tree", arguments);
 }
