@@ -21,8 +21,8 @@ public:
     ~TreflectObserverClient() override;
 
     /** Tells the observer, and answers what it said. With the run permission, which is given up for an observer in
-     *  another actor; blocks as a call does. `delivered` becomes true if it was told; otherwise it is left as it is, and
-     *  the answer means nothing. Without memory to tell it, it counts as told, and as having said false. */
+     *  another actor; blocks as a call does. `delivered` becomes true if it was told; otherwise it is left as it is,
+     *  and the answer means nothing. Without memory to tell it, it counts as told, and as having said false. */
     virtual bool notify(const TreflectObject &source, const unsigned &classCode, const unsigned &methodCode,
                         const TipprmiSequence<TipprmiAny> &parameters, bool &delivered) const;
 };
